@@ -147,7 +147,7 @@ Json DaemonClient::request(const Json& request, int timeoutSeconds)
             break;
     }
 
-    Json parsed = Json::parse(reply, nullptr, /*allow_exceptions=*/false);
+    Json parsed = parseStrict(reply);
     if (parsed.is_discarded() || !parsed.is_object())
         throw BadReply{};
     return parsed;
@@ -166,20 +166,34 @@ std::optional<Json> DaemonClient::ok(const Json& request, int timeoutSeconds) no
     return std::nullopt;
 }
 
-DaemonClient::Command DaemonClient::status() { return {{{"cmd", "status"}}, kTimeout}; }
-DaemonClient::Command DaemonClient::devices() { return {{{"cmd", "devices"}}, kTimeout}; }
-DaemonClient::Command DaemonClient::sessions() { return {{{"cmd", "sessions"}}, kSessionsTimeout}; }
-DaemonClient::Command DaemonClient::pair() { return {{{"cmd", "pair"}}, kTimeout}; }
+DaemonClient::Command DaemonClient::status()
+{
+    return {{{"cmd", "status"}}, kTimeout};
+}
+DaemonClient::Command DaemonClient::devices()
+{
+    return {{{"cmd", "devices"}}, kTimeout};
+}
+DaemonClient::Command DaemonClient::sessions()
+{
+    return {{{"cmd", "sessions"}}, kSessionsTimeout};
+}
+DaemonClient::Command DaemonClient::pair()
+{
+    return {{{"cmd", "pair"}}, kTimeout};
+}
 
 DaemonClient::Command DaemonClient::revoke(const std::string& deviceId)
 {
     return {{{"cmd", "revoke"}, {"id", deviceId}}, kTimeout};
 }
 
-DaemonClient::Command DaemonClient::emit()
+DaemonClient::Command DaemonClient::emitTest()
 {
-    const Json event = {{"kind", "stop"},     {"project", "harkline"},
-                        {"cwd", ""},          {"session", "test"},
+    const Json event = {{"kind", "stop"},
+                        {"project", "harkline"},
+                        {"cwd", ""},
+                        {"session", "test"},
                         {"message", "Test notification from harkline"},
                         {"detail", ""}};
     return {{{"cmd", "emit"}, {"event", event}}, kTimeout};

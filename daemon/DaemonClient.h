@@ -63,7 +63,7 @@ public:
     static Command sessions();
     static Command pair();
     static Command revoke(const std::string& deviceId);
-    static Command emit(); // the fixed test notification
+    static Command emitTest(); // the fixed test notification
 
     static std::optional<Json> ok(const Command& command) noexcept
     {

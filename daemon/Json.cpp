@@ -4,6 +4,13 @@
 
 namespace harkline {
 
+Json parseStrict(std::string_view text)
+{
+    if (text.find('\0') != std::string_view::npos)
+        return Json(Json::value_t::discarded);
+    return Json::parse(text, nullptr, /*allow_exceptions=*/false);
+}
+
 std::optional<std::int64_t> wholeNumber(const Json& value)
 {
     switch (value.type()) {

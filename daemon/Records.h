@@ -11,7 +11,8 @@ namespace harkline {
 
 // Seconds since the Unix epoch with the fraction kept: the daemon's times are milliseconds that
 // may carry a fraction, and two records differ when their times differ by half a millisecond.
-using DaemonTime = std::chrono::time_point<std::chrono::system_clock, std::chrono::duration<double>>;
+using DaemonTime =
+    std::chrono::time_point<std::chrono::system_clock, std::chrono::duration<double>>;
 
 // The records below are built from one reply object each. Their constructors never fail: a
 // member that is missing, null or of another type than expected leaves the field's default, and

@@ -1,0 +1,316 @@
+#include "DaemonClient.h"
+#include "FakeDaemon.h"
+#include "TestHome.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QTest>
+
+#include <csignal>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using harkline::DaemonClient;
+using harkline::Json;
+using harkline::test::FakeDaemon;
+using Script = FakeDaemon::Script;
+
+Q_DECLARE_METATYPE(Script)
+
+namespace {
+// Readable failures: nlohmann's values do not fit QCOMPARE's printers.
+#define COMPARE_JSON(actual, expected)                                                             \
+    QCOMPARE(QString::fromStdString(Json(actual).dump()),                                          \
+             QString::fromStdString(Json(expected).dump()))
+
+int openDescriptors()
+{
+    return int(QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size());
+}
+
+Script chunks(std::vector<std::string> parts, int gapMs = 20)
+{
+    Script script;
+    script.chunks = std::move(parts);
+    script.gap = std::chrono::milliseconds(gapMs);
+    return script;
+}
+} // namespace
+
+class ExchangeTest : public QObject
+{
+    Q_OBJECT
+    harkline::test::TestHome home_;
+
+    // One exchange against a fake that answers every connection with `script`.
+    static Json exchange(const Script& script, int timeout = 2)
+    {
+        FakeDaemon fake(DaemonClient::socketPath());
+        fake.setHandler([script](const std::string&) { return script; });
+        return DaemonClient::request({{"cmd", "status"}}, timeout);
+    }
+
+private slots:
+    void everyCommandGoesOutAsOneCompactLine()
+    {
+        FakeDaemon fake(DaemonClient::socketPath());
+        const std::vector<DaemonClient::Command> commands = {
+            DaemonClient::status(), DaemonClient::devices(),          DaemonClient::sessions(),
+            DaemonClient::pair(),   DaemonClient::revoke("ph one ü"), DaemonClient::emitTest()};
+        for (const auto& command : commands)
+            QVERIFY(DaemonClient::ok(command));
+
+        const auto lines = fake.requests();
+        QCOMPARE(lines.size(), commands.size());
+        QCOMPARE(fake.connections(), int(commands.size())); // one connection per request
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            const std::string& line = lines[i];
+            QCOMPARE(line.find('\n'), line.size() - 1);
+            QCOMPARE(line, commands[i].request.dump() + "\n"); // compact: no spaces, no breaks
+        }
+        COMPARE_JSON(Json::parse(lines[4]), Json({{"cmd", "revoke"}, {"id", "ph one ü"}}));
+        const Json event = Json::parse(lines[5])["event"];
+        COMPARE_JSON(event, Json({{"kind", "stop"},
+                                  {"project", "harkline"},
+                                  {"cwd", ""},
+                                  {"session", "test"},
+                                  {"message", "Test notification from harkline"},
+                                  {"detail", ""}}));
+        QCOMPARE(DaemonClient::sessions().timeoutSeconds, 15);
+        for (const auto& command : commands)
+            if (command.request["cmd"] != "sessions")
+                QCOMPARE(command.timeoutSeconds, 3);
+    }
+
+    void repliesAreReadUntilAChunkHoldsTheNewline_data()
+    {
+        QTest::addColumn<Script>("script");
+        QTest::addColumn<int>("members");
+        QTest::newRow("split over three writes")
+            << chunks({"{\"ok\":tr", "ue,\"name\":", "\"hark\"}\n"}) << 2;
+        QTest::newRow("complete object, closed without newline")
+            << Script::bytes("{\"ok\":true,\"port\":1}") << 2;
+        QTest::newRow("newline and blanks after the object")
+            << Script::bytes("{\"ok\":true} \r\n\t \n") << 1;
+        // Reading stops at the newline's chunk: what a later write sends is never read.
+        QTest::newRow("junk in a later write") << chunks({"{\"ok\":true}\n", "junk"}, 100) << 1;
+        std::string big = Json({{"ok", true}, {"pad", std::string(700000, 'x')}}).dump();
+        QTest::newRow("several buffers long")
+            << chunks(
+                   {big.substr(0, 200000), big.substr(200000, 300000), big.substr(500000) + "\n"})
+            << 2;
+    }
+    void repliesAreReadUntilAChunkHoldsTheNewline()
+    {
+        QFETCH(Script, script);
+        QFETCH(int, members);
+        const Json reply = exchange(script);
+        QCOMPARE(int(reply.size()), members);
+        COMPARE_JSON(reply["ok"], true);
+    }
+
+    void malformedRepliesAreBadReplies_data()
+    {
+        QTest::addColumn<Script>("script");
+        QTest::newRow("closed without a byte") << Script::closeWithoutAnswer();
+        QTest::newRow("not JSON") << Script::bytes("hello\n");
+        QTest::newRow("empty array") << Script::bytes("[]\n");
+        QTest::newRow("bare number") << Script::bytes("42\n");
+        QTest::newRow("string") << Script::bytes("\"ok\"\n");
+        QTest::newRow("junk after the newline") << Script::bytes("{\"ok\":true}\nxyz");
+        QTest::newRow("two objects") << Script::bytes("{\"ok\":true}{}\n");
+        QTest::newRow("cut short") << Script::bytes("{\"ok\":true,\"name\":\"ha");
+        QTest::newRow("raw tab in a string") << Script::bytes("{\"ok\":true,\"n\":\"a\tb\"}\n");
+        QTest::newRow("bad escape") << Script::bytes("{\"ok\":true,\"n\":\"\\q\"}\n");
+        QTest::newRow("number 1.") << Script::bytes("{\"ok\":true,\"n\":1.}\n");
+        QTest::newRow("leading zero") << Script::bytes("{\"ok\":true,\"n\":012}\n");
+        QTest::newRow("invalid UTF-8") << Script::bytes("{\"ok\":true,\"n\":\"\xc3\x28\"}\n");
+        QTest::newRow("lone surrogate") << Script::bytes("{\"ok\":true,\"n\":\"\\udc00\"}\n");
+        QTest::newRow("NUL in a string")
+            << Script::bytes(std::string("{\"ok\":true,\"n\":\"a\0b\"}\n", 22));
+        QTest::newRow("NUL after the object")
+            << Script::bytes(std::string("{\"ok\":true}\0\n", 13));
+        QTest::newRow("single quotes") << Script::bytes("{'ok':true}\n");
+        QTest::newRow("trailing comma") << Script::bytes("{\"ok\":true,}\n");
+    }
+    void malformedRepliesAreBadReplies()
+    {
+        QFETCH(Script, script);
+        QVERIFY_THROWS_EXCEPTION(DaemonClient::BadReply, exchange(script));
+    }
+
+    void nobodyListeningIsNotRunning()
+    {
+        const std::string path = DaemonClient::socketPath();
+        ::unlink(path.c_str());
+        QVERIFY_THROWS_EXCEPTION(DaemonClient::NotRunning,
+                                 DaemonClient::request({{"cmd", "x"}}, 1));
+
+        // A socket file left by a daemon that died: bound, nobody listening.
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::memcpy(address.sun_path, path.data(), path.size());
+        QCOMPARE(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ::close(fd);
+        QVERIFY_THROWS_EXCEPTION(DaemonClient::NotRunning,
+                                 DaemonClient::request({{"cmd", "x"}}, 1));
+        ::unlink(path.c_str());
+
+        QFile regular(QString::fromStdString(path));
+        QVERIFY(regular.open(QIODevice::WriteOnly));
+        regular.close();
+        QVERIFY_THROWS_EXCEPTION(DaemonClient::NotRunning,
+                                 DaemonClient::request({{"cmd", "x"}}, 1));
+        QVERIFY(!DaemonClient::ok({{"cmd", "x"}}, 1));
+        regular.remove();
+    }
+
+    void silentDaemonCostsOneTimeout()
+    {
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY_THROWS_EXCEPTION(DaemonClient::BadReply, exchange(Script::never(), 1));
+        QVERIFY2(clock.elapsed() >= 900 && clock.elapsed() < 5000,
+                 qPrintable(QString::number(clock.elapsed())));
+    }
+
+    // A daemon that hangs up before reading makes our one write fail; that must be a bad reply
+    // and not a SIGPIPE that ends the process (which would end this test run too).
+    void writeToAClosedConnectionIsABadReply()
+    {
+        std::signal(SIGPIPE, SIG_DFL);
+        FakeDaemon fake(DaemonClient::socketPath());
+        fake.setCloseBeforeRead(true);
+        const Json large = {{"cmd", "revoke"}, {"id", std::string(8 << 20, 'i')}};
+        QVERIFY_THROWS_EXCEPTION(DaemonClient::BadReply, DaemonClient::request(large, 2));
+        QVERIFY(!DaemonClient::ok(large, 2));
+    }
+
+    void unserialisableRequestPassesTheWritersError()
+    {
+        FakeDaemon fake(DaemonClient::socketPath());
+        const Json broken = {{"cmd", "revoke"}, {"id", "\xff\xfe"}};
+        QVERIFY_THROWS_EXCEPTION(Json::type_error, DaemonClient::request(broken, 1));
+        QVERIFY(!DaemonClient::ok(broken, 1));
+    }
+
+    void okHandsOverOnlyRepliesThatSayOkTrue_data()
+    {
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<bool>("accepted");
+        QTest::newRow("ok true") << QByteArray("{\"ok\":true,\"name\":\"n\",\"x\":[1]}") << true;
+        QTest::newRow("empty object") << QByteArray("{}") << false;
+        QTest::newRow("ok false") << QByteArray("{\"ok\":false,\"name\":\"n\"}") << false;
+        QTest::newRow("ok as text") << QByteArray("{\"ok\":\"true\"}") << false;
+        QTest::newRow("ok as 1") << QByteArray("{\"ok\":1}") << false;
+        QTest::newRow("ok null") << QByteArray("{\"ok\":null}") << false;
+        QTest::newRow("ok object") << QByteArray("{\"ok\":{}}") << false;
+    }
+    void okHandsOverOnlyRepliesThatSayOkTrue()
+    {
+        QFETCH(QByteArray, reply);
+        QFETCH(bool, accepted);
+        FakeDaemon fake(DaemonClient::socketPath());
+        fake.setHandler(
+            [&](const std::string&) { return Script::bytes(reply.toStdString() + "\n"); });
+        // The raw exchange succeeds for every one of them...
+        COMPARE_JSON(DaemonClient::request({{"cmd", "status"}}, 2),
+                     Json::parse(reply.toStdString()));
+        // ...and the filter hands over the whole object, or nothing.
+        const auto filtered = DaemonClient::ok({{"cmd", "status"}}, 2);
+        QCOMPARE(filtered.has_value(), accepted);
+        if (accepted)
+            COMPARE_JSON(*filtered, Json::parse(reply.toStdString()));
+    }
+
+    void peerOfAnotherUserIsNotRunning()
+    {
+        QVERIFY(DaemonClient::peerAllowed(1000, 1000));
+        QVERIFY(!DaemonClient::peerAllowed(0, 1000));
+        QVERIFY(!DaemonClient::peerAllowed(1000, 0));
+        if (::geteuid() != 0)
+            QSKIP("serving the socket as another user needs root");
+
+        // A child process that drops to "nobody" serves the socket and would answer ok.
+        const std::string path = DaemonClient::socketPath();
+        const std::string dir = path.substr(0, path.rfind('/'));
+        ::unlink(path.c_str());
+        // Let "nobody" reach the socket folder inside our private temporary home.
+        for (const QString& d :
+             {home_.path(), home_.path() + "/.local", home_.path() + "/.local/state"})
+            QVERIFY(::chmod(d.toUtf8().constData(), 0755) == 0);
+        QVERIFY(::chmod(dir.c_str(), 0777) == 0);
+        int ready[2];
+        QVERIFY(::pipe(ready) == 0);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            if (::setgid(65534) != 0 || ::setuid(65534) != 0)
+                ::_exit(1);
+            const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+            sockaddr_un address{};
+            address.sun_family = AF_UNIX;
+            std::memcpy(address.sun_path, path.data(), path.size());
+            if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+                ::listen(fd, 4) != 0)
+                ::_exit(2);
+            (void)!::write(ready[1], "r", 1);
+            const char reply[] = "{\"ok\":true,\"qr\":\"forged\"}\n";
+            for (int i = 0; i < 2; ++i) {
+                const int c = ::accept(fd, nullptr, nullptr);
+                char buffer[256];
+                (void)!::read(c, buffer, sizeof buffer);
+                (void)!::send(c, reply, sizeof reply - 1, MSG_NOSIGNAL);
+                ::close(c);
+            }
+            ::_exit(0);
+        }
+        ::close(ready[1]);
+        char byte = 0;
+        QCOMPARE(::read(ready[0], &byte, 1), ssize_t(1));
+        ::close(ready[0]);
+        QVERIFY_THROWS_EXCEPTION(DaemonClient::NotRunning,
+                                 DaemonClient::request({{"cmd", "pair"}}, 1));
+        QVERIFY(!DaemonClient::ok(DaemonClient::pair()));
+        int status = 0;
+        QCOMPARE(::waitpid(child, &status, 0), child);
+        QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        ::unlink(path.c_str());
+        ::chmod(dir.c_str(), 0700);
+    }
+
+    void noDescriptorOutlivesAnExchange()
+    {
+        const int before = openDescriptors();
+        {
+            FakeDaemon fake(DaemonClient::socketPath());
+            int n = 0;
+            fake.setHandler([&n](const std::string&) {
+                switch (n++ % 4) {
+                case 0:
+                    return Script::answer({{"ok", true}});
+                case 1:
+                    return Script::bytes("garbage\n");
+                case 2:
+                    return Script::closeWithoutAnswer();
+                default:
+                    return Script::bytes("[1]\n");
+                }
+            });
+            for (int i = 0; i < 40; ++i)
+                (void)DaemonClient::ok({{"cmd", "status"}}, 2);
+            fake.setCloseBeforeRead(true);
+            for (int i = 0; i < 10; ++i)
+                (void)DaemonClient::ok({{"cmd", "status"}}, 2);
+        }
+        for (int i = 0; i < 10; ++i) // fake gone: connect fails
+            (void)DaemonClient::ok({{"cmd", "status"}}, 2);
+        QCOMPARE(openDescriptors(), before);
+    }
+};
+
+QTEST_GUILESS_MAIN(ExchangeTest)
+#include "tst_exchange.moc"

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "Json.h"
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace harkline::test {
+
+// A scriptable stand-in for the daemon: a Unix socket server on its own threads, one handler
+// call per connection, deciding from the request line what the connection does.
+class FakeDaemon
+{
+public:
+    struct Script
+    {
+        std::vector<std::string> chunks;  // written one write each, in order
+        std::chrono::milliseconds gap{0}; // pause between chunks
+        bool hang = false;                // after the chunks, keep the connection open
+                                          // until the fake stops (or the client closes)
+
+        static Script answer(const Json& reply); // compact JSON + newline, one write
+        static Script bytes(std::string raw);
+        static Script closeWithoutAnswer() { return {}; }
+        static Script never()
+        {
+            Script script;
+            script.hang = true;
+            return script;
+        }
+    };
+    using Handler = std::function<Script(const std::string& requestLine)>;
+
+    // Listens at `path` (made with its folders); replaces whatever file stood there.
+    explicit FakeDaemon(std::string path);
+    ~FakeDaemon();
+    FakeDaemon(const FakeDaemon&) = delete;
+    FakeDaemon& operator=(const FakeDaemon&) = delete;
+
+    void setHandler(Handler handler);
+    // Accept connections and close them at once, before reading the request.
+    void setCloseBeforeRead(bool on) { closeBeforeRead_ = on; }
+    // Answer each command from a table of replies; a command not in the table gets "ok": false.
+    void setReplies(std::vector<std::pair<std::string, Json>> replies);
+
+    std::vector<std::string> requests() const; // request lines received, newline included
+    int connections() const { return connections_.load(); }
+    const std::string& path() const { return path_; }
+
+    // The "cmd" member of a request line, empty when it has none.
+    static std::string commandOf(const std::string& requestLine);
+
+private:
+    void acceptLoop();
+    void serve(int fd);
+
+    std::string path_;
+    int listenFd_ = -1;
+    int wakePipe_[2] = {-1, -1};
+    std::atomic<bool> stopping_{false};
+    std::atomic<bool> closeBeforeRead_{false};
+    std::atomic<int> connections_{0};
+    mutable std::mutex mutex_;
+    Handler handler_;
+    std::vector<std::string> requests_;
+    std::vector<std::thread> workers_;
+    std::thread acceptor_;
+};
+
+} // namespace harkline::test
