@@ -326,7 +326,7 @@ void AppModel::sendTest()
 {
     launch(
         []() -> std::optional<std::int64_t> {
-            if (!DaemonClient::ok(DaemonClient::emit()))
+            if (!DaemonClient::ok(DaemonClient::emitTest()))
                 return std::nullopt;
             return DaemonClient::connectedFrom(DaemonClient::ok(DaemonClient::status()));
         },
