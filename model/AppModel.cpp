@@ -3,14 +3,13 @@
 #include "DaemonClient.h"
 #include "Desktop.h"
 #include "LoginItem.h"
-#include "QrCode.h"
+#include "PhoneActions.h"
 #include "ServiceManager.h"
+#include "StatusSymbol.h"
 
 #include <QSettings>
 #include <QThreadPool>
 #include <QtConcurrent>
-
-#include <algorithm>
 
 namespace harkline {
 
@@ -149,13 +148,7 @@ void AppModel::setNotice(std::optional<QString> value)
 
 QString AppModel::menuBarSymbol() const
 {
-    if (!m_status)
-        return QStringLiteral("bell.slash");
-    if (m_status->pending > 0)
-        return QStringLiteral("bell.badge");
-    const bool waiting = std::any_of(m_sessions.begin(), m_sessions.end(),
-                                     [](const ClaudeSession& s) { return s.state == "waiting"; });
-    return waiting ? QStringLiteral("bell.badge") : QStringLiteral("bell");
+    return statusSymbol(m_status, m_sessions);
 }
 
 // --- refresh cycle ---
@@ -210,68 +203,38 @@ AppModel::Loaded AppModel::load(bool detailed)
     return loaded;
 }
 
-std::vector<PairedDevice> AppModel::loadDevices()
-{
-    return DaemonClient::devicesFrom(DaemonClient::ok(DaemonClient::devices()));
-}
-
 // --- pairing ---
 
 void AppModel::startPairing()
 {
     setNotice(std::nullopt);
-    struct Result
-    {
-        std::vector<PairedDevice> devices;
-        std::optional<DaemonClient::PairingOffer> offer;
-    };
-    launch(
-        [] {
-            // The phones known before the code exists: any other phone that shows up later
-            // paired with this code.
-            Result result;
-            result.devices = loadDevices();
-            result.offer = DaemonClient::offerFrom(DaemonClient::ok(DaemonClient::pair()));
-            return result;
-        },
-        [this](Result result) {
-            if (!result.offer) {
-                // An offer already on screen stays there, expired or not.
-                setNotice(tr("Could not get a pairing code from the service."));
-                return;
-            }
-            Pairing pairing;
-            pairing.payload = std::move(result.offer->payload);
-            pairing.image = qrCodeImage(pairing.payload);
-            pairing.expires = m_env.now() + std::chrono::duration<double>(
-                                                static_cast<double>(result.offer->expiresIn));
-            for (const PairedDevice& device : result.devices)
-                pairing.known.insert(device.id);
-            setPairing(std::move(pairing));
-        });
+    launch(requestPairing, [this](PairingRequest result) {
+        if (!result.offer) {
+            // An offer already on screen stays there, expired or not.
+            setNotice(pairingFailedNotice());
+            return;
+        }
+        setPairing(openPairing(std::move(*result.offer), result.devices, m_env.now()));
+    });
 }
 
 void AppModel::pollPairing()
 {
-    if (!m_pairing || m_pairing->pairedWith || m_pairing->expires <= m_env.now())
+    if (!m_pairing || !pairingWatched(*m_pairing, m_env.now()))
         return;
-    launch([] { return loadDevices(); },
-           [this, snapshot = *m_pairing](std::vector<PairedDevice> devices) {
-               // The offer may have been closed or replaced while the request was out; the
-               // result then belongs to nobody.
-               if (!m_pairing || m_pairing->payload != snapshot.payload || devices.empty())
-                   return;
-               const auto fresh =
-                   std::find_if(devices.begin(), devices.end(), [&](const PairedDevice& d) {
-                       return !snapshot.known.contains(d.id);
-                   });
-               if (fresh == devices.end())
-                   return;
-               Pairing pairing = *m_pairing;
-               pairing.pairedWith = fresh->name;
-               setPairing(std::move(pairing));
-               setDevices(std::move(devices));
-           });
+    launch(loadDevices, [this, snapshot = *m_pairing](std::vector<PairedDevice> devices) {
+        // The offer may have been closed or replaced while the request was out; the result then
+        // belongs to nobody.
+        if (!m_pairing || m_pairing->payload != snapshot.payload)
+            return;
+        const auto fresh = newlyPaired(snapshot, devices);
+        if (!fresh)
+            return;
+        Pairing pairing = *m_pairing;
+        pairing.pairedWith = fresh->name;
+        setPairing(std::move(pairing));
+        setDevices(std::move(devices));
+    });
 }
 
 void AppModel::stopPairing()
@@ -314,32 +277,17 @@ void AppModel::startService(bool restart)
 
 void AppModel::revoke(const PairedDevice& device)
 {
-    launch([id = device.id] { return DaemonClient::ok(DaemonClient::revoke(id)).has_value(); },
+    launch([id = device.id] { return revokeWork(id); },
            [this, name = QString::fromStdString(device.name)](bool removed) {
-               setNotice(removed ? tr("Removed %1.").arg(name)
-                                 : tr("Could not remove %1.").arg(name));
+               setNotice(revokeNotice(name, removed));
                refresh();
            });
 }
 
 void AppModel::sendTest()
 {
-    launch(
-        []() -> std::optional<std::int64_t> {
-            if (!DaemonClient::ok(DaemonClient::emitTest()))
-                return std::nullopt;
-            return DaemonClient::connectedFrom(DaemonClient::ok(DaemonClient::status()));
-        },
-        [this](std::optional<std::int64_t> connected) {
-            if (!connected)
-                setNotice(tr("The service is not running."));
-            else if (*connected == 0)
-                setNotice(tr("Sent, but no phone is connected right now."));
-            else if (*connected == 1)
-                setNotice(tr("Test notification sent to %1 phone.").arg(*connected));
-            else
-                setNotice(tr("Test notification sent to %1 phones.").arg(*connected));
-        });
+    launch(sendTestWork,
+           [this](std::optional<std::int64_t> connected) { setNotice(sendTestNotice(connected)); });
 }
 
 // --- login item and log ---

@@ -114,7 +114,6 @@ private:
         std::vector<ClaudeSession> sessions;
     };
     static Loaded load(bool detailed);
-    static std::vector<PairedDevice> loadDevices();
 
     void pollPairing();
     bool menuVisible() const;
