@@ -1,5 +1,8 @@
 #include "Format.h"
 
+#include "RelativeTime.h"
+#include "StatusSymbol.h"
+
 #include <algorithm>
 #include <cmath>
 #include <ctime>
@@ -9,37 +12,25 @@ namespace {
 
 constexpr std::string_view kSeparator = " · ";
 
-std::string span(long long seconds)
-{
-    if (seconds < 60)
-        return std::to_string(seconds) + " sec";
-    if (seconds < 3600)
-        return std::to_string(seconds / 60) + " min";
-    if (seconds < 86400)
-        return std::to_string(seconds / 3600) + " hr";
-    const long long days = seconds / 86400;
-    return std::to_string(days) + (days == 1 ? " day" : " days");
-}
-
 std::string orElse(std::string text, std::string_view fallback)
 {
     return text.empty() ? std::string(fallback) : text;
 }
 
-} // namespace
-
-std::string relativeTime(DaemonTime when, DaemonTime now)
+bool known(DaemonTime when)
 {
-    if (when.time_since_epoch().count() == 0)
-        return "unknown";
-    const double delta = (now - when).count();
-    // Our clock and the daemon's may disagree by a moment; that is not "in 1 sec".
-    if (delta > -2.0 && delta < 1.0)
-        return "just now";
-    if (delta < 0)
-        return "in " + span(static_cast<long long>(std::floor(-delta)));
-    return span(static_cast<long long>(std::floor(delta))) + " ago";
+    return when.time_since_epoch().count() != 0;
 }
+
+std::int64_t waitingCount(const DaemonStatus& status, const std::vector<ClaudeSession>& sessions)
+{
+    if (status.pending > 0)
+        return status.pending;
+    return std::count_if(sessions.begin(), sessions.end(),
+                         [](const ClaudeSession& s) { return s.state == "waiting"; });
+}
+
+} // namespace
 
 std::string oneLine(std::string_view text)
 {
@@ -50,6 +41,11 @@ std::string oneLine(std::string_view text)
     return line;
 }
 
+std::string whenText(DaemonTime when, DaemonTime now)
+{
+    return known(when) ? relativeTimePhrase(when, now).toStdString() : "unknown";
+}
+
 std::vector<std::string> statusLines(const DaemonStatus& status)
 {
     std::string hosts;
@@ -57,9 +53,9 @@ std::vector<std::string> statusLines(const DaemonStatus& status)
         hosts += (hosts.empty() ? "" : ", ") + oneLine(host);
     return {
         "name:            " + orElse(oneLine(status.name), "(none)"),
+        "address:         " + orElse(hosts, "(none)"),
         "port:            " + std::to_string(status.port),
-        "hosts:           " + orElse(hosts, "(none)"),
-        "phones:          " + std::to_string(status.connected) + " connected, " +
+        "phones:          " + std::to_string(status.connected) + " connected of " +
             std::to_string(status.devices) + " paired",
         "waiting prompts: " + std::to_string(status.pending),
     };
@@ -75,7 +71,7 @@ std::string sessionLine(const ClaudeSession& session, DaemonTime now)
     // A session without a title is already named by its project; do not say it twice.
     if (!session.title.empty() && !project.empty())
         line += std::string(kSeparator) + project;
-    line += std::string(kSeparator) + relativeTime(session.lastActive, now);
+    line += std::string(kSeparator) + whenText(session.lastActive, now);
     if (session.listening)
         line += std::string(kSeparator) + "phone can reply";
     if (session.queued > 0)
@@ -86,8 +82,8 @@ std::string sessionLine(const ClaudeSession& session, DaemonTime now)
 std::string deviceLine(const PairedDevice& device, DaemonTime now)
 {
     std::string paired = "paired at an unknown time";
-    if (device.paired.time_since_epoch().count() != 0) {
-        paired = "paired " + relativeTime(device.paired, now);
+    if (known(device.paired)) {
+        paired = "paired " + whenText(device.paired, now);
         const auto seconds =
             static_cast<std::time_t>(std::floor(device.paired.time_since_epoch().count()));
         std::tm local{};
@@ -98,6 +94,62 @@ std::string deviceLine(const PairedDevice& device, DaemonTime now)
     }
     return orElse(oneLine(device.name), "(unnamed phone)") + std::string(kSeparator) + paired +
            std::string(kSeparator) + orElse(oneLine(device.id), "(no id)");
+}
+
+Json statusJson(const std::optional<DaemonStatus>& status)
+{
+    if (!status)
+        return {{"running", false}};
+    return {
+        {"running", true},           {"name", status->name},       {"hosts", status->hosts},
+        {"port", status->port},      {"devices", status->devices}, {"connected", status->connected},
+        {"pending", status->pending}};
+}
+
+Json sessionsJson(const std::vector<ClaudeSession>& sessions)
+{
+    Json list = Json::array();
+    for (const ClaudeSession& s : sessions)
+        list.push_back({{"id", s.id},
+                        {"project", s.project},
+                        {"title", s.title},
+                        {"state", s.state},
+                        {"listening", s.listening},
+                        {"last_active", s.lastActive.time_since_epoch().count()},
+                        {"last_text", s.lastText},
+                        {"queued", s.queued}});
+    return list;
+}
+
+Json devicesJson(const std::vector<PairedDevice>& devices)
+{
+    Json list = Json::array();
+    for (const PairedDevice& d : devices)
+        list.push_back(
+            {{"id", d.id}, {"name", d.name}, {"paired", d.paired.time_since_epoch().count()}});
+    return list;
+}
+
+std::string waybarLine(const std::optional<DaemonStatus>& status,
+                       const std::vector<ClaudeSession>& sessions)
+{
+    // The class follows the companion's icon, so the bar's colour and icon never disagree.
+    const std::string symbol = statusSymbol(status, sessions).toStdString();
+    const char* kind = symbol == "bell.slash"   ? "down"
+                       : symbol == "bell.badge" ? "waiting"
+                                                : "quiet";
+    Json line = {{"class", kind}, {"alt", symbol}};
+    if (!status) {
+        line["text"] = "off";
+        line["tooltip"] = "harkline is not running";
+    } else {
+        const std::int64_t waiting = waitingCount(*status, sessions);
+        line["text"] = std::to_string(waiting);
+        line["tooltip"] = orElse(status->name, "harkline") + "\n" + std::to_string(waiting) +
+                          " waiting · " + std::to_string(status->connected) + " of " +
+                          std::to_string(status->devices) + " phones connected";
+    }
+    return line.dump();
 }
 
 } // namespace harkline::ctl

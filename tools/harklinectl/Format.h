@@ -1,31 +1,45 @@
 #pragma once
 
-// The text harklinectl prints for the daemon's records. Pure functions of the record and the
+// What harklinectl prints for the daemon's records. Pure functions of the records and the
 // current time, so the output can be checked without a daemon.
 
+#include "Json.h"
 #include "Records.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace harkline::ctl {
 
-// "just now", "42 sec ago", "2 min ago", "3 hr ago", "1 day ago", "in 5 min" (a daemon clock
-// ahead of ours), "unknown" for a missing time (the epoch).
-std::string relativeTime(DaemonTime when, DaemonTime now);
-
 // Daemon text made safe for one terminal line: control characters (newlines, escapes) become
 // spaces, so a title can neither break the one-line-per-record layout nor drive the terminal.
 std::string oneLine(std::string_view text);
 
-// "name: ...", "port: ...", "hosts: ...", "phones: ...", "waiting prompts: ...".
+// The companion's relative time phrase ("5 min. ago"), or "unknown" for a time the daemon did
+// not send (the epoch).
+std::string whenText(DaemonTime when, DaemonTime now);
+
+// "name: ...", "address: ...", "port: ...", "phones: ...", "waiting prompts: ...".
 std::vector<std::string> statusLines(const DaemonStatus& status);
 
-// "waiting  Fix the relay · harkline · 2 min ago · phone can reply · 2 queued"
+// "waiting  Fix the relay · harkline · 2 min. ago · phone can reply · 2 queued"
 std::string sessionLine(const ClaudeSession& session, DaemonTime now);
 
-// "Pixel 8 · paired 12 days ago (2024-05-01 14:03) · 7c1e5a90b3d24f68"
+// "Pixel 8 · paired 1 wk. ago (2024-05-01 14:03) · 7c1e5a90b3d24f68"
 std::string deviceLine(const PairedDevice& device, DaemonTime now);
+
+// The --json forms. Their member names are an interface for scripts: add, never rename. Times
+// are seconds since the Unix epoch, fraction kept.
+Json statusJson(const std::optional<DaemonStatus>& status);
+Json sessionsJson(const std::vector<ClaudeSession>& sessions);
+Json devicesJson(const std::vector<PairedDevice>& devices);
+
+// One line for waybar's custom module ("return-type": "json"): "text" the number of waiting
+// prompts ("off" while the daemon does not answer), "tooltip", "class" one of "down", "waiting",
+// "quiet", and "alt" the companion's icon name for the same state.
+std::string waybarLine(const std::optional<DaemonStatus>& status,
+                       const std::vector<ClaudeSession>& sessions);
 
 } // namespace harkline::ctl
