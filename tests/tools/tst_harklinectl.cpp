@@ -1,0 +1,484 @@
+// harklinectl run as a real process against the fake daemon: what each command prints and how it
+// exits when the daemon answers, refuses, hangs or is absent; the terminal QR code read back by
+// an independent decoder; a status-bar watch that prints only changes.
+
+#include "DaemonClient.h"
+#include "FakeDaemon.h"
+#include "TestHome.h"
+
+#include <QImage>
+#include <QPainter>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+#include <optional>
+
+using namespace harkline;
+using namespace harkline::test;
+using namespace std::chrono;
+
+namespace {
+
+struct Run
+{
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+void prepare(QProcess& process, const QStringList& args)
+{
+    process.setProgram(HARKLINECTL);
+    process.setArguments(args);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("LC_ALL", "en_US.UTF-8"); // the relative times below are English
+    process.setProcessEnvironment(env);
+}
+
+Run ctl(const QStringList& args)
+{
+    QProcess process;
+    prepare(process, args);
+    process.start();
+    if (!process.waitForFinished(20000))
+        process.kill();
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+double msAgo(seconds ago)
+{
+    return double(
+        duration_cast<milliseconds>((system_clock::now() - ago).time_since_epoch()).count());
+}
+
+int count(const FakeDaemon& daemon, const std::string& cmd)
+{
+    int n = 0;
+    for (const std::string& line : daemon.requests())
+        n += FakeDaemon::commandOf(line) == cmd;
+    return n;
+}
+
+// Reads the half-block code out of the output, one module per character across and two per
+// line down, draws it at 4 px per module with a margin, and asks zbarimg what it says.
+QByteArray decodeTerminalQr(const QString& out)
+{
+    const QString colours = QStringLiteral("\x1b[38;5;16;48;5;231m");
+    const QString reset = QStringLiteral("\x1b[0m");
+    QStringList rows;
+    for (const QString& line : out.split('\n'))
+        if (line.startsWith(colours) && line.endsWith(reset))
+            rows << line.mid(colours.size(), line.size() - colours.size() - reset.size());
+    if (rows.isEmpty())
+        return {};
+    constexpr int px = 4;
+    const int width = int(rows.front().size());
+    QImage image((width + 8) * px, (int(rows.size()) * 2 + 8) * px, QImage::Format_Grayscale8);
+    image.fill(Qt::white);
+    QPainter painter(&image);
+    for (int row = 0; row < rows.size(); ++row) {
+        for (int column = 0; column < rows[row].size(); ++column) {
+            const QChar c = rows[row][column];
+            const bool top = c == QChar(0x2588) || c == QChar(0x2580);
+            const bool bottom = c == QChar(0x2588) || c == QChar(0x2584);
+            if (top)
+                painter.fillRect((column + 4) * px, (row * 2 + 4) * px, px, px, Qt::black);
+            if (bottom)
+                painter.fillRect((column + 4) * px, (row * 2 + 5) * px, px, px, Qt::black);
+        }
+    }
+    painter.end();
+    QTemporaryDir dir;
+    const QString file = dir.filePath("code.png");
+    image.save(file);
+    QProcess zbar;
+    zbar.start("zbarimg", {"--nodbus", "--quiet", "--raw", "-Sbinary", file});
+    zbar.waitForFinished(20000);
+    QByteArray read = zbar.readAllStandardOutput();
+    if (read.endsWith('\n'))
+        read.chop(1);
+    return read;
+}
+
+} // namespace
+
+class HarklinectlTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<TestHome> home;
+    QString socket;
+
+    Json status() const
+    {
+        return {{"ok", true},   {"name", "desk"}, {"hosts", {"10.0.0.2", "desk.local"}},
+                {"port", 8443}, {"devices", 3},   {"connected", 1},
+                {"pending", 0}};
+    }
+    std::vector<std::pair<std::string, Json>> replies(bool actions) const
+    {
+        const Json sessions = {
+            {{"id", "s1"},
+             {"project", "relay"},
+             {"title", "Fix backoff"},
+             {"state", "waiting"},
+             {"listening", true},
+             {"last_ts", msAgo(seconds(300))},
+             {"queued", 2}},
+            {{"id", "s2"},
+             {"project", "notes"},
+             {"state", "working"},
+             {"last_ts", msAgo(seconds(5400))}},
+        };
+        const Json devices = {{{"id", "p1"}, {"name", "Pixel"}},
+                              {{"id", "p2"}, {"name", "Work"}},
+                              {{"id", "p3"}, {"name", "Work"}}};
+        std::vector<std::pair<std::string, Json>> table{
+            {"status", status()},
+            {"sessions", {{"ok", true}, {"sessions", sessions}}},
+            {"devices", {{"ok", true}, {"devices", devices}}}};
+        if (actions) {
+            table.push_back({"emit", {{"ok", true}}});
+            table.push_back({"revoke", {{"ok", true}}});
+        }
+        return table;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        home = std::make_unique<TestHome>();
+        socket = QString::fromStdString(DaemonClient::socketPath());
+    }
+
+    void commands_data()
+    {
+        QTest::addColumn<QString>("daemon"); // answers, refusesActions, refuses, absent, garbage
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("out"); // exact
+        QTest::addColumn<QString>("err"); // exact
+        const QString down = "harkline is not running: nothing answers at " + socket + ".\n";
+        const QString downJson = "{\"running\":false}\n";
+        const QString downBar = "{\"alt\":\"bell.slash\",\"class\":\"down\",\"text\":\"off\","
+                                "\"tooltip\":\"harkline is not running\"}\n";
+
+        QTest::newRow("status") << "answers" << QStringList{"status"} << 0
+                                << "harkline is running at " + socket +
+                                       ".\nname:            desk\n"
+                                       "address:         10.0.0.2, desk.local\n"
+                                       "port:            8443\n"
+                                       "phones:          1 connected of 3 paired\n"
+                                       "waiting prompts: 0\n"
+                                << "";
+        QTest::newRow("status --json")
+            << "answers" << QStringList{"status", "--json"} << 0
+            << "{\"connected\":1,\"devices\":3,\"hosts\":[\"10.0.0.2\",\"desk.local\"],"
+               "\"name\":\"desk\",\"pending\":0,\"port\":8443,\"running\":true}\n"
+            << "";
+        // No prompt counted by the daemon, but a session waits: the companion's badge rule.
+        QTest::newRow("status --waybar, a session waits")
+            << "answers" << QStringList{"status", "--waybar"} << 0
+            << "{\"alt\":\"bell.badge\",\"class\":\"waiting\",\"text\":\"1\","
+               "\"tooltip\":\"desk\\n1 waiting · 1 of 3 phones connected\"}\n"
+            << "";
+        QTest::newRow("sessions") << "answers" << QStringList{"sessions"} << 0
+                                  << "waiting  Fix backoff · relay · 5 min. ago · phone can "
+                                     "reply · 2 queued\nworking  notes · 1 hr. ago\n"
+                                  << "";
+        QTest::newRow("devices") << "answers" << QStringList{"devices"} << 0
+                                 << "Pixel · paired at an unknown time · p1\n"
+                                    "Work · paired at an unknown time · p2\n"
+                                    "Work · paired at an unknown time · p3\n"
+                                 << "";
+        QTest::newRow("devices --json")
+            << "answers" << QStringList{"devices", "--json"} << 0
+            << "[{\"id\":\"p1\",\"name\":\"Pixel\",\"paired\":0.0},{\"id\":\"p2\",\"name\":"
+               "\"Work\",\"paired\":0.0},{\"id\":\"p3\",\"name\":\"Work\",\"paired\":0.0}]\n"
+            << "";
+        QTest::newRow("test") << "answers" << QStringList{"test"} << 0
+                              << "Test notification sent to 1 phone.\n"
+                              << "";
+        QTest::newRow("revoke by name")
+            << "answers" << QStringList{"revoke", "Pixel"} << 0 << "Removed Pixel.\n"
+            << "";
+        QTest::newRow("revoke by id")
+            << "answers" << QStringList{"revoke", "p3"} << 0 << "Removed Work.\n"
+            << "";
+        QTest::newRow("revoke, two phones of that name")
+            << "answers" << QStringList{"revoke", "Work"} << 1 << ""
+            << "2 paired phones are named \"Work\"; give the id of the one to remove (see "
+               "harklinectl devices).\n";
+        QTest::newRow("revoke, no such phone")
+            << "answers" << QStringList{"revoke", "Tablet"} << 1 << ""
+            << "No paired phone has the id or name \"Tablet\".\n";
+        QTest::newRow("raw") << "answers" << QStringList{"raw", "{\"cmd\": \"status\"}"} << 0
+                             << "{\"connected\":1,\"devices\":3,\"hosts\":[\"10.0.0.2\",\"desk."
+                                "local\"],\"name\":\"desk\",\"ok\":true,\"pending\":0,\"port\":"
+                                "8443}\n"
+                             << "";
+
+        QTest::newRow("test, emit refused") << "refusesActions" << QStringList{"test"} << 3 << ""
+                                            << "The service is not running.\n";
+        QTest::newRow("revoke refused")
+            << "refusesActions" << QStringList{"revoke", "Pixel"} << 1 << ""
+            << "Could not remove Pixel.\n";
+        QTest::newRow("pair refused") << "refusesActions" << QStringList{"pair"} << 1 << ""
+                                      << "Could not get a pairing code from the service.\n";
+        QTest::newRow("raw refused") << "refusesActions" << QStringList{"raw", "{\"cmd\":\"emit\"}"}
+                                     << 1 << "{\"ok\":false}\n"
+                                     << "";
+
+        // A refused status is a daemon that does not answer, as in the companion.
+        QTest::newRow("status refused") << "refuses" << QStringList{"status"} << 3 << "" << down;
+        QTest::newRow("status --waybar refused")
+            << "refuses" << QStringList{"status", "--waybar"} << 0 << downBar << "";
+        QTest::newRow("sessions refused")
+            << "refuses" << QStringList{"sessions"} << 3 << "" << down;
+
+        QTest::newRow("status absent") << "absent" << QStringList{"status"} << 3 << "" << down;
+        QTest::newRow("status --json absent")
+            << "absent" << QStringList{"status", "--json"} << 3 << downJson << "";
+        QTest::newRow("status --waybar absent")
+            << "absent" << QStringList{"status", "--waybar"} << 0 << downBar << "";
+        QTest::newRow("sessions absent") << "absent" << QStringList{"sessions"} << 3 << "" << down;
+        QTest::newRow("devices absent")
+            << "absent" << QStringList{"devices", "--json"} << 3 << "" << down;
+        QTest::newRow("revoke absent")
+            << "absent" << QStringList{"revoke", "p1"} << 3 << "" << down;
+        QTest::newRow("test absent") << "absent" << QStringList{"test"} << 3 << ""
+                                     << "The service is not running.\n";
+        QTest::newRow("pair absent") << "absent" << QStringList{"pair"} << 1 << ""
+                                     << "Could not get a pairing code from the service.\n";
+        QTest::newRow("raw absent")
+            << "absent" << QStringList{"raw", "{\"cmd\":\"status\"}"} << 3 << "" << down;
+        QTest::newRow("raw garbage")
+            << "garbage" << QStringList{"raw", "{\"cmd\":\"status\"}"} << 5 << ""
+            << "harkline sent a bad reply: not one JSON object, or "
+               "nothing in time.\n";
+    }
+    void commands()
+    {
+        QFETCH(QString, daemon);
+        QFETCH(QStringList, args);
+        QFETCH(int, code);
+        QFETCH(QString, out);
+        QFETCH(QString, err);
+        std::optional<FakeDaemon> fake;
+        if (daemon != "absent")
+            fake.emplace(socket.toStdString());
+        if (daemon == "answers" || daemon == "refusesActions")
+            fake->setReplies(replies(daemon == "answers"));
+        else if (daemon == "refuses")
+            fake->setReplies({});
+        else if (daemon == "garbage")
+            fake->setHandler([](const std::string&) { return FakeDaemon::Script::bytes("{]\n"); });
+
+        const Run run = ctl(args);
+        QCOMPARE(run.err, err);
+        QCOMPARE(run.out, out);
+        QCOMPARE(run.code, code);
+        if (args.front() == "revoke" && code == 0) {
+            const auto requests = fake->requests();
+            const Json sent = Json::parse(requests.back());
+            QCOMPARE(QString::fromStdString(sent.value("cmd", "")), "revoke");
+            QCOMPARE(QString::fromStdString(sent.value("id", "")),
+                     args[1] == "Pixel" ? "p1" : "p3");
+        }
+    }
+
+    void sessionsJsonKeepsTheDaemonsValues()
+    {
+        FakeDaemon fake(socket.toStdString());
+        const auto table = replies(true);
+        fake.setReplies(table);
+        const Run run = ctl({"sessions", "--json"});
+        QCOMPARE(run.code, 0);
+        const Json list = Json::parse(run.out.toStdString());
+        const Json& sent = table[1].second["sessions"][0];
+        QCOMPARE(list.size(), std::size_t(2));
+        QVERIFY(list[0] == Json({{"id", "s1"},
+                                 {"project", "relay"},
+                                 {"title", "Fix backoff"},
+                                 {"state", "waiting"},
+                                 {"listening", true},
+                                 {"last_active", sent["last_ts"].get<double>() / 1000.0},
+                                 {"last_text", ""},
+                                 {"queued", 2}}));
+    }
+
+    // Each request waits out the client's time-out (3 s); raw can be told to wait less.
+    void aHangingDaemon()
+    {
+        FakeDaemon fake(socket.toStdString());
+        fake.setHandler([](const std::string&) { return FakeDaemon::Script::never(); });
+        QElapsedTimer clock;
+        clock.start();
+        Run run = ctl({"status"});
+        QCOMPARE(run.code, 3);
+        QVERIFY(clock.elapsed() >= 2900);
+        clock.restart();
+        run = ctl({"raw", "--timeout", "1", "{\"cmd\":\"status\"}"});
+        QCOMPARE(run.code, 5);
+        QVERIFY(clock.elapsed() >= 900 && clock.elapsed() < 2900);
+    }
+
+    void wrongUsageExits2WithOneSentence()
+    {
+        const QList<QStringList> cases{
+            {},
+            {"bogus"},
+            {"--bogus"},
+            {"status", "extra"},
+            {"status", "--json", "--waybar"},
+            {"status", "--watch", "1"},
+            {"status", "--waybar", "--watch", "0"},
+            {"status", "--waybar", "--watch"},
+            {"sessions", "--waybar"},
+            {"revoke"},
+            {"revoke", "a", "b"},
+            {"raw", "{\"cmd\":"},
+            {"raw", "[\"status\"]"},
+            {"help", "bogus"},
+        };
+        for (const QStringList& args : cases) {
+            const Run run = ctl(args);
+            const QString label = args.join(' ');
+            QVERIFY2(run.code == 2, qPrintable(label));
+            QVERIFY2(run.out.isEmpty(), qPrintable(label));
+            QVERIFY2(run.err.startsWith("harklinectl: ") && run.err.count('\n') == 1 &&
+                         run.err.endsWith(").\n"),
+                     qPrintable(label + ": " + run.err));
+        }
+    }
+
+    void helpForTheProgramAndEveryCommand()
+    {
+        const Run program = ctl({"--help"});
+        QCOMPARE(program.code, 0);
+        QVERIFY(program.out.startsWith("Usage: harklinectl COMMAND"));
+        for (const char* name :
+             {"status", "sessions", "devices", "pair", "revoke", "test", "raw"}) {
+            QVERIFY2(program.out.contains(QStringLiteral("\n  %1 ").arg(name)), name);
+            for (const QStringList& args :
+                 {QStringList{name, "--help"}, QStringList{"help", name}}) {
+                const Run run = ctl(args);
+                QCOMPARE(run.code, 0);
+                QVERIFY2(run.out.startsWith(QStringLiteral("Usage: harklinectl %1").arg(name)),
+                         qPrintable(run.out));
+            }
+        }
+    }
+
+    void pairShowsAReadableCodeAndNamesTheFirstNewPhone()
+    {
+        QVERIFY2(!QStandardPaths::findExecutable("zbarimg").isEmpty(), "zbar-tools is missing");
+        const std::string payload = "hk1:pair?host=10.0.0.2&token=Grüße-€-" + std::string(80, 'z');
+        FakeDaemon fake(socket.toStdString());
+        std::atomic<int> polls{0};
+        fake.setHandler([&](const std::string& line) {
+            const std::string cmd = FakeDaemon::commandOf(line);
+            if (cmd == "pair")
+                return FakeDaemon::Script::answer(
+                    {{"ok", true}, {"qr", payload}, {"expires_in", 30}});
+            Json devices = {{{"id", "p1"}, {"name", "Pixel"}}};
+            // The second poll after the code sees two new phones around the known one.
+            if (cmd == "devices" && polls++ >= 2)
+                devices = {{{"id", "n1"}, {"name", "Tablet"}},
+                           {{"id", "p1"}, {"name", "Pixel"}},
+                           {{"id", "n2"}, {"name", "Other"}}};
+            return FakeDaemon::Script::answer({{"ok", true}, {"devices", devices}});
+        });
+        const Run run = ctl({"pair"});
+        QCOMPARE(run.err, "");
+        QCOMPARE(run.code, 0);
+        QVERIFY(run.out.endsWith("\nPairing code: " + QString::fromStdString(payload) +
+                                 "\nWaiting for the phone; the code expires in 0:30.\n"
+                                 "Paired with Tablet\n"));
+        QCOMPARE(decodeTerminalQr(run.out), QByteArray::fromStdString(payload));
+        const auto requests = fake.requests();
+        QCOMPARE(FakeDaemon::commandOf(requests[0]), "devices"); // the phones known before
+        QCOMPARE(FakeDaemon::commandOf(requests[1]), "pair");
+    }
+
+    void pairEndsWhenTheCodeExpiresOrOnCtrlC()
+    {
+        FakeDaemon fake(socket.toStdString());
+        int expiresIn = 0;
+        fake.setHandler([&](const std::string& line) {
+            if (FakeDaemon::commandOf(line) == "pair")
+                return FakeDaemon::Script::answer(
+                    {{"ok", true}, {"qr", "hk1:x"}, {"expires_in", expiresIn}});
+            return FakeDaemon::Script::answer(
+                {{"ok", true}, {"devices", {{{"id", "p1"}, {"name", "Pixel"}}}}});
+        });
+        const QString expired = "The pairing code expired before a phone used it.\n";
+
+        // An offer that lapses at once is never polled.
+        Run run = ctl({"pair"});
+        QCOMPARE(run.err, expired);
+        QCOMPARE(run.code, 4);
+        QCOMPARE(count(fake, "devices"), 1);
+
+        expiresIn = 1;
+        run = ctl({"pair"});
+        QCOMPARE(run.err, expired);
+        QCOMPARE(run.code, 4);
+        QVERIFY(count(fake, "devices") >= 3); // one before the code, polls while it was open
+
+        expiresIn = 60;
+        QProcess process;
+        prepare(process, {"pair"});
+        process.start();
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                process.waitForReadyRead(50);
+                return process.peek(1 << 16).contains("Waiting for the phone");
+            },
+            10000));
+        ::kill(pid_t(process.processId()), SIGINT);
+        QVERIFY(process.waitForFinished(5000));
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 128 + SIGINT);
+        QCOMPARE(process.readAllStandardError(), "Pairing cancelled.\n");
+    }
+
+    void watchPrintsOnlyChanges()
+    {
+        FakeDaemon fake(socket.toStdString());
+        std::atomic<int> asked{0};
+        fake.setHandler([&](const std::string& line) {
+            const std::string cmd = FakeDaemon::commandOf(line);
+            if (cmd == "sessions")
+                return FakeDaemon::Script::answer({{"ok", true}, {"sessions", Json::array()}});
+            const int n = ++asked;
+            Json reply = status();
+            if (n > 3)
+                reply["pending"] = 2;
+            if (n > 6)
+                reply = {{"ok", false}};
+            return FakeDaemon::Script::answer(reply);
+        });
+        QProcess process;
+        prepare(process, {"status", "--waybar", "--watch", "0.1"});
+        process.start();
+        // Nine asks cover three of each state; then a while longer in the last.
+        QVERIFY(QTest::qWaitFor([&] { return asked >= 12; }, 10000));
+        process.terminate();
+        QVERIFY(process.waitForFinished(5000));
+        const QStringList lines =
+            QString::fromUtf8(process.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 3);
+        QVERIFY(lines[0].contains("\"class\":\"quiet\"") && lines[0].contains("\"text\":\"0\""));
+        QVERIFY(lines[1].contains("\"class\":\"waiting\"") && lines[1].contains("\"text\":\"2\""));
+        QVERIFY(lines[2].contains("\"class\":\"down\""));
+    }
+};
+
+QTEST_GUILESS_MAIN(HarklinectlTest)
+#include "tst_harklinectl.moc"
