@@ -238,8 +238,6 @@ private slots:
         QTest::newRow("status refused") << "refuses" << QStringList{"status"} << 3 << "" << down;
         QTest::newRow("status --waybar refused")
             << "refuses" << QStringList{"status", "--waybar"} << 0 << downBar << "";
-        QTest::newRow("sessions refused")
-            << "refuses" << QStringList{"sessions"} << 3 << "" << down;
 
         QTest::newRow("status absent") << "absent" << QStringList{"status"} << 3 << "" << down;
         QTest::newRow("status --json absent")
@@ -247,8 +245,6 @@ private slots:
         QTest::newRow("status --waybar absent")
             << "absent" << QStringList{"status", "--waybar"} << 0 << downBar << "";
         QTest::newRow("sessions absent") << "absent" << QStringList{"sessions"} << 3 << "" << down;
-        QTest::newRow("devices absent")
-            << "absent" << QStringList{"devices", "--json"} << 3 << "" << down;
         QTest::newRow("revoke absent")
             << "absent" << QStringList{"revoke", "p1"} << 3 << "" << down;
         QTest::newRow("test absent") << "absent" << QStringList{"test"} << 3 << ""
@@ -426,10 +422,11 @@ private slots:
         QCOMPARE(count(fake, "devices"), 1);
 
         expiresIn = 1;
+        const int before = count(fake, "devices");
         run = ctl({"pair"});
         QCOMPARE(run.err, expired);
         QCOMPARE(run.code, 4);
-        QVERIFY(count(fake, "devices") >= 3); // one before the code, polls while it was open
+        QVERIFY(count(fake, "devices") - before >= 2); // the phones before the code, then a poll
 
         expiresIn = 60;
         QProcess process;
