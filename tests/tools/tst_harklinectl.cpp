@@ -340,6 +340,7 @@ private slots:
             {"revoke", "a", "b"},
             {"raw", "{\"cmd\":"},
             {"raw", "[\"status\"]"},
+            {"raw", "--timeout", "1e9", "{}"},
             {"help", "bogus"},
         };
         for (const QStringList& args : cases) {

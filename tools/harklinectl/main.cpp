@@ -9,6 +9,7 @@
 #include "QrCode.h"
 #include "TerminalQr.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <charconv>
@@ -16,7 +17,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <ctime>
+#include <initializer_list>
 #include <iostream>
 #include <optional>
 #include <span>
@@ -96,13 +97,14 @@ struct Options
     std::vector<std::string_view> operands;
 };
 
-double positiveNumber(std::string_view flag, std::string_view text)
+// Seconds above 0 and at most a day: enough for any wait, and a whole count of them fits an int.
+double seconds(std::string_view flag, std::string_view text)
 {
     double value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value) ||
-        value <= 0)
-        throw UsageError{std::string(flag) + " takes a number of seconds above 0, not " +
+    if (error != std::errc() || end != text.data() + text.size() || !(value > 0) || value > 86400)
+        throw UsageError{std::string(flag) +
+                         " takes a number of seconds above 0 and at most 86400, not " +
                          quoted(text)};
     return value;
 }
@@ -117,10 +119,17 @@ Options parse(std::string_view command, Arguments args,
         return std::find(flags.begin(), flags.end(), flag) != flags.end();
     };
     Options options;
+    bool flagsEnded = false; // after "--", a phone named "-x" is a name
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string_view arg = args[i];
         const bool hasValue = i + 1 < args.size();
-        if (arg.starts_with("--") && accepts(arg)) {
+        if (!flagsEnded && arg == "--") {
+            flagsEnded = true;
+        } else if (flagsEnded) {
+            if (options.operands.size() >= operands)
+                throw UsageError{std::string(command) + " does not take " + quoted(arg)};
+            options.operands.push_back(arg);
+        } else if (arg.starts_with("--") && accepts(arg)) {
             if (arg == "--json")
                 options.json = true;
             else if (arg == "--waybar")
@@ -128,9 +137,9 @@ Options parse(std::string_view command, Arguments args,
             else if (!hasValue)
                 throw UsageError{std::string(arg) + " needs a number of seconds"};
             else if (arg == "--watch")
-                options.watch = positiveNumber(arg, args[++i]);
+                options.watch = seconds(arg, args[++i]);
             else if (arg == "--timeout")
-                options.timeout = static_cast<int>(std::ceil(positiveNumber(arg, args[++i])));
+                options.timeout = static_cast<int>(std::ceil(seconds(arg, args[++i])));
         } else if (arg.starts_with("-") && arg.size() > 1) {
             throw UsageError{std::string(command) + " has no option " + quoted(arg)};
         } else if (options.operands.size() < operands) {
@@ -153,22 +162,20 @@ void print(const std::string& line)
 
 // What a status bar shows: the status, and the sessions only when the daemon's own count of
 // waiting prompts is zero, as the icon rule does not look at them otherwise.
-std::string waybarNow()
-{
-    std::optional<DaemonStatus> status;
-    if (const auto reply = DaemonClient::ok(DaemonClient::status()))
-        status = DaemonStatus(*reply);
-    std::vector<ClaudeSession> sessions;
-    if (status && status->pending <= 0)
-        sessions = DaemonClient::sessionsFrom(DaemonClient::ok(DaemonClient::sessions()));
-    return ctl::waybarLine(status, sessions);
-}
-
 std::optional<DaemonStatus> statusNow()
 {
     if (const auto reply = DaemonClient::ok(DaemonClient::status()))
         return DaemonStatus(*reply);
     return std::nullopt;
+}
+
+std::string waybarNow()
+{
+    const std::optional<DaemonStatus> status = statusNow();
+    std::vector<ClaudeSession> sessions;
+    if (status && status->pending <= 0)
+        sessions = DaemonClient::sessionsFrom(DaemonClient::ok(DaemonClient::sessions()));
+    return ctl::waybarLine(status, sessions);
 }
 
 void sleepFor(double seconds)
