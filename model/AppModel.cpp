@@ -1,0 +1,376 @@
+#include "AppModel.h"
+
+#include "DaemonClient.h"
+#include "Desktop.h"
+#include "LoginItem.h"
+#include "QrCode.h"
+#include "ServiceManager.h"
+
+#include <QSettings>
+#include <QThreadPool>
+#include <QtConcurrent>
+
+#include <algorithm>
+
+namespace harkline {
+
+namespace {
+
+// Every blocking task of the companion runs here, never on the global pool (which has one thread
+// per core) so that no request ever waits in a queue behind another. With every request running
+// into its time-out, the threads blocked at once add up to:
+//   - timer refreshes while the panel is open: one every 3 s, each up to 3 + 3 + 15 = 21 s,
+//     so 21 / 3 = 7 at once, 8 at the moment one starts as another ends;
+//   - two more each time the panel opens (the panel's own and the tick's): 8 for four openings
+//     within those 21 s;
+//   - pairing polls: one a second, each up to 3 s: 4;
+//   - the user's actions: a new pairing code (6 s), a test notification (6 s), unpairing (3 s)
+//     and its refresh, the service tool: 8 for a user clicking quickly.
+// That is 28; 32 leaves room. Threads are made only when needed and retire after 30 s idle, so
+// the bound costs nothing in the usual case of one or two requests at a time.
+constexpr int kPoolThreads = 32;
+
+QThreadPool* sharedPool()
+{
+    // Lives as long as the process, like the model; deliberately never destroyed, so that
+    // quitting never waits for a request stuck in its time-out.
+    static QThreadPool* pool = [] {
+        auto* p = new QThreadPool;
+        p->setMaxThreadCount(kPoolThreads);
+        return p;
+    }();
+    return pool;
+}
+
+// Continuations are delivered through this object rather than through the model: it is never
+// destroyed, so a result that arrives after a model is gone finds a live receiver and is dropped
+// there (the model is checked through a guarded pointer on the main thread).
+QObject* mainThreadReceiver()
+{
+    static QObject* receiver = new QObject;
+    return receiver;
+}
+
+} // namespace
+
+AppModel::Environment AppModel::Environment::desktop(std::function<bool()> menuVisible)
+{
+    Environment env;
+    env.menuVisible = std::move(menuVisible);
+    env.serviceManager = std::make_shared<SystemdServiceManager>();
+    env.loginItem = std::make_shared<XdgAutostartLoginItem>();
+    env.clipboard = std::make_shared<QtClipboard>();
+    env.fileOpener = std::make_shared<DesktopFileOpener>();
+    return env;
+}
+
+AppModel::AppModel(Environment environment, QObject* parent)
+    : QObject(parent), m_env(std::move(environment)), m_pool(m_env.pool ? m_env.pool : sharedPool())
+{
+    if (!m_env.now)
+        m_env.now = [] { return DaemonTime(std::chrono::system_clock::now()); };
+    mainThreadReceiver(); // made here, on the main thread, where continuations must run
+
+    connect(&m_timer, &QTimer::timeout, this, &AppModel::tick);
+    if (m_env.tickInterval.count() > 0) {
+        m_timer.setInterval(m_env.tickInterval);
+        m_timer.start();
+    }
+
+    refresh();
+}
+
+AppModel::~AppModel() = default;
+
+bool AppModel::menuVisible() const
+{
+    return m_env.menuVisible && m_env.menuVisible();
+}
+
+// Runs `work` on the pool and hands its value to `apply` on the main thread, unless the model
+// has gone meanwhile. Nothing is queued, merged or cancelled: each task applies its own result
+// when it ends, in the order the tasks end.
+template <class Work, class Apply> void AppModel::launch(Work work, Apply apply)
+{
+    using Result = std::invoke_result_t<Work>;
+    ++m_tasksInFlight;
+    QtConcurrent::run(m_pool, std::move(work))
+        .then(mainThreadReceiver(),
+              [self = QPointer<AppModel>(this), apply = std::move(apply)](Result result) mutable {
+                  if (!self)
+                      return;
+                  apply(std::move(result));
+                  self->finishTask();
+              });
+}
+
+void AppModel::finishTask()
+{
+    --m_tasksInFlight;
+    Q_EMIT taskFinished();
+}
+
+// --- published state ---
+
+void AppModel::setStatus(std::optional<DaemonStatus> value)
+{
+    m_status = std::move(value);
+    Q_EMIT statusChanged();
+    Q_EMIT changed();
+}
+
+void AppModel::setDevices(std::vector<PairedDevice> value)
+{
+    m_devices = std::move(value);
+    Q_EMIT devicesChanged();
+    Q_EMIT changed();
+}
+
+void AppModel::setSessions(std::vector<ClaudeSession> value)
+{
+    m_sessions = std::move(value);
+    Q_EMIT sessionsChanged();
+    Q_EMIT changed();
+}
+
+void AppModel::setPairing(std::optional<Pairing> value)
+{
+    m_pairing = std::move(value);
+    Q_EMIT pairingChanged();
+    Q_EMIT changed();
+}
+
+void AppModel::setNotice(std::optional<QString> value)
+{
+    m_notice = std::move(value);
+    Q_EMIT noticeChanged();
+    Q_EMIT changed();
+}
+
+QString AppModel::menuBarSymbol() const
+{
+    if (!m_status)
+        return QStringLiteral("bell.slash");
+    if (m_status->pending > 0)
+        return QStringLiteral("bell.badge");
+    const bool waiting = std::any_of(m_sessions.begin(), m_sessions.end(),
+                                     [](const ClaudeSession& s) { return s.state == "waiting"; });
+    return waiting ? QStringLiteral("bell.badge") : QStringLiteral("bell");
+}
+
+// --- refresh cycle ---
+
+void AppModel::tick()
+{
+    ++m_ticks;
+    const bool visible = menuVisible();
+    if (m_pairing) {
+        // While an offer is open the panel shows it, not the lists: watch for the phone instead.
+        pollPairing();
+    } else {
+        const bool justOpened = visible && !m_wasVisible;
+        // Multiples of the global count, not of the time since opening, so that opening and
+        // closing the panel quickly cannot produce a burst of requests.
+        const bool due = visible ? m_ticks % 3 == 0 : m_ticks % 15 == 0;
+        if (justOpened || due)
+            refresh();
+    }
+    m_wasVisible = visible;
+}
+
+void AppModel::refresh(std::optional<bool> detailed)
+{
+    const bool flag = detailed.value_or(menuVisible());
+    Q_EMIT refreshStarted(flag);
+    launch([flag] { return load(flag); },
+           [this, flag](Loaded loaded) {
+               setStatus(std::move(loaded.status));
+               if (!m_status) {
+                   setDevices({});
+                   setSessions({});
+               } else if (flag) {
+                   setDevices(std::move(loaded.devices));
+                   setSessions(std::move(loaded.sessions));
+               }
+               // A summary keeps the lists of the last detailed refresh or pairing poll.
+           });
+}
+
+AppModel::Loaded AppModel::load(bool detailed)
+{
+    Loaded loaded;
+    const auto status = DaemonClient::ok(DaemonClient::status());
+    if (!status)
+        return loaded;
+    loaded.status = DaemonStatus(*status);
+    if (!detailed)
+        return loaded;
+    loaded.devices = loadDevices();
+    loaded.sessions = DaemonClient::sessionsFrom(DaemonClient::ok(DaemonClient::sessions()));
+    return loaded;
+}
+
+std::vector<PairedDevice> AppModel::loadDevices()
+{
+    return DaemonClient::devicesFrom(DaemonClient::ok(DaemonClient::devices()));
+}
+
+// --- pairing ---
+
+void AppModel::startPairing()
+{
+    setNotice(std::nullopt);
+    struct Result
+    {
+        std::vector<PairedDevice> devices;
+        std::optional<DaemonClient::PairingOffer> offer;
+    };
+    launch(
+        [] {
+            // The phones known before the code exists: any other phone that shows up later
+            // paired with this code.
+            Result result;
+            result.devices = loadDevices();
+            result.offer = DaemonClient::offerFrom(DaemonClient::ok(DaemonClient::pair()));
+            return result;
+        },
+        [this](Result result) {
+            if (!result.offer) {
+                // An offer already on screen stays there, expired or not.
+                setNotice(tr("Could not get a pairing code from the service."));
+                return;
+            }
+            Pairing pairing;
+            pairing.payload = std::move(result.offer->payload);
+            pairing.image = qrCodeImage(pairing.payload);
+            pairing.expires = m_env.now() + std::chrono::duration<double>(
+                                                static_cast<double>(result.offer->expiresIn));
+            for (const PairedDevice& device : result.devices)
+                pairing.known.insert(device.id);
+            setPairing(std::move(pairing));
+        });
+}
+
+void AppModel::pollPairing()
+{
+    if (!m_pairing || m_pairing->pairedWith || m_pairing->expires <= m_env.now())
+        return;
+    launch([] { return loadDevices(); },
+           [this, snapshot = *m_pairing](std::vector<PairedDevice> devices) {
+               // The offer may have been closed or replaced while the request was out; the
+               // result then belongs to nobody.
+               if (!m_pairing || m_pairing->payload != snapshot.payload || devices.empty())
+                   return;
+               const auto fresh =
+                   std::find_if(devices.begin(), devices.end(), [&](const PairedDevice& d) {
+                       return !snapshot.known.contains(d.id);
+                   });
+               if (fresh == devices.end())
+                   return;
+               Pairing pairing = *m_pairing;
+               pairing.pairedWith = fresh->name;
+               setPairing(std::move(pairing));
+               setDevices(std::move(devices));
+           });
+}
+
+void AppModel::stopPairing()
+{
+    setPairing(std::nullopt);
+    refresh();
+}
+
+void AppModel::copyPairingCode()
+{
+    if (!m_pairing)
+        return;
+    if (m_env.clipboard)
+        m_env.clipboard->setText(QString::fromStdString(m_pairing->payload));
+    setNotice(tr("Pairing code copied."));
+}
+
+// --- service and phone actions ---
+
+void AppModel::startService(bool restart)
+{
+    setNotice(std::nullopt);
+    launch([manager = m_env.serviceManager, restart] { return manager && manager->run(restart); },
+           [this](bool started) {
+               if (!started) {
+                   setNotice(tr("The service is not installed. Run `harkline install` in a "
+                                "terminal."));
+                   return;
+               }
+               // Give the daemon a moment to open its socket, ask, and look at what came back.
+               QTimer::singleShot(m_env.serviceSettle, this, [this] {
+                   refresh();
+                   QTimer::singleShot(m_env.serviceCheck, this, [this] {
+                       if (!m_status)
+                           setNotice(tr("The service did not start. See the log for the reason."));
+                   });
+               });
+           });
+}
+
+void AppModel::revoke(const PairedDevice& device)
+{
+    launch([id = device.id] { return DaemonClient::ok(DaemonClient::revoke(id)).has_value(); },
+           [this, name = QString::fromStdString(device.name)](bool removed) {
+               setNotice(removed ? tr("Removed %1.").arg(name)
+                                 : tr("Could not remove %1.").arg(name));
+               refresh();
+           });
+}
+
+void AppModel::sendTest()
+{
+    launch(
+        []() -> std::optional<std::int64_t> {
+            if (!DaemonClient::ok(DaemonClient::emitTest()))
+                return std::nullopt;
+            return DaemonClient::connectedFrom(DaemonClient::ok(DaemonClient::status()));
+        },
+        [this](std::optional<std::int64_t> connected) {
+            if (!connected)
+                setNotice(tr("The service is not running."));
+            else if (*connected == 0)
+                setNotice(tr("Sent, but no phone is connected right now."));
+            else if (*connected == 1)
+                setNotice(tr("Test notification sent to %1 phone.").arg(*connected));
+            else
+                setNotice(tr("Test notification sent to %1 phones.").arg(*connected));
+        });
+}
+
+// --- login item and log ---
+
+bool AppModel::opensAtLogin() const
+{
+    return m_env.loginItem && m_env.loginItem->enabled();
+}
+
+void AppModel::setOpensAtLogin(bool on)
+{
+    if (!m_env.loginItem)
+        return;
+    const auto failure = on ? m_env.loginItem->registerItem() : m_env.loginItem->unregisterItem();
+    if (failure)
+        setNotice(tr("Could not change the login item: %1").arg(*failure));
+}
+
+void AppModel::openLog()
+{
+    if (m_env.fileOpener)
+        m_env.fileOpener->open(daemonLogPath());
+}
+
+void openAtLoginOnFirstLaunch(QSettings& settings, LoginItem& loginItem)
+{
+    if (settings.value(QLatin1String(kOpenAtLoginDefaultAppliedKey), false).toBool())
+        return;
+    settings.setValue(QLatin1String(kOpenAtLoginDefaultAppliedKey), true);
+    settings.sync();
+    (void)loginItem.registerItem(); // a failure here is not the user's to see; never retried
+}
+
+} // namespace harkline

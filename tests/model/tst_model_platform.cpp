@@ -1,0 +1,120 @@
+// The desktop pieces on Linux: the service tool's command and how it is run, the autostart
+// entry, the log path, the menu-visibility rule.
+
+#include "Desktop.h"
+#include "LoginItem.h"
+#include "ServiceManager.h"
+#include "TestHome.h"
+#include "WindowVisibility.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+using namespace harkline;
+using namespace harkline::test;
+
+class ModelPlatformTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<TestHome> home;
+
+    static QByteArray readAll(const QString& path)
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
+    }
+
+private slots:
+    void initTestCase() { home = std::make_unique<TestHome>(); }
+
+    void serviceCommands()
+    {
+        const SystemdServiceManager systemd;
+        QCOMPARE(
+            systemd.command(false),
+            (ServiceCommand{"systemctl", {"--user", "start", "com.windmeric.harkline.service"}}));
+        QCOMPARE(systemd.command(true).arguments.at(1), "restart");
+        QCOMPARE(
+            launchd::kickstart(false, 501),
+            (ServiceCommand{"/bin/launchctl", {"kickstart", "gui/501/com.windmeric.harkline"}}));
+        QCOMPARE(launchd::kickstart(true, 501),
+                 (ServiceCommand{"/bin/launchctl",
+                                 {"kickstart", "-k", "gui/501/com.windmeric.harkline"}}));
+    }
+
+    void serviceToolOutcome()
+    {
+        const QString out = home->path() + "/arg";
+        QVERIFY(!runServiceCommand({home->path() + "/missing-tool", {}}));
+        QVERIFY(runServiceCommand({"/bin/sh", {"-c", "echo chatter; exit 0"}}));
+        QVERIFY(!runServiceCommand({"/bin/sh", {"-c", "exit 3"}}));
+        QVERIFY(!runServiceCommand({"/bin/sh", {"-c", "kill -9 $$"}})); // killed: not a success
+        // No shell of ours in between: an argument arrives whole and unexpanded.
+        QVERIFY(runServiceCommand(
+            {"/bin/sh", {"-c", "printf %s \"$1\" > \"$2\"", "sh", "a b $HOME;true", out}}));
+        QCOMPARE(readAll(out), "a b $HOME;true");
+    }
+
+    void autostartEntry()
+    {
+        qputenv("XDG_CONFIG_HOME", "relative/config"); // invalid, so ignored
+        QCOMPARE(XdgAutostartLoginItem::entryPath(),
+                 home->path() + "/.config/autostart/harkline-menubar.desktop");
+        qputenv("XDG_CONFIG_HOME", (home->path() + "/cfg").toUtf8());
+        const QString path = home->path() + "/cfg/autostart/harkline-menubar.desktop";
+        QCOMPARE(XdgAutostartLoginItem::entryPath(), path);
+
+        XdgAutostartLoginItem item(R"(/opt/hark line/bin/"menu"$%)");
+        QVERIFY(!item.enabled());
+        QCOMPARE(item.unregisterItem(), std::nullopt); // nothing to remove is no failure
+        QCOMPARE(item.registerItem(), std::nullopt);
+        QVERIFY(item.enabled());
+        QVERIFY(readAll(path).contains("\nExec=\"/opt/hark line/bin/\\\\\"menu\\\\\"\\\\$%%\"\n"));
+
+        const auto hidden = [&](const QByteArray& extra) {
+            QFile file(path);
+            file.open(QIODevice::WriteOnly);
+            file.write("[Desktop Entry]\nType=Application\nExec=x\n" + extra);
+            file.close();
+            return !item.enabled();
+        };
+        QVERIFY(hidden("Hidden=true\n"));
+        QVERIFY(hidden("Hidden = true\n"));
+        QVERIFY(!hidden("Hidden=false\n"));
+        QVERIFY(!hidden("[Desktop Action x]\nHidden=true\n"));
+
+        QCOMPARE(item.unregisterItem(), std::nullopt);
+        QVERIFY(!QFile::exists(path) && !item.enabled());
+        qputenv("XDG_CONFIG_HOME", (home->path() + "/.config").toUtf8());
+    }
+
+    void logPath()
+    {
+        QCOMPARE(daemonLogPath(), home->path() + "/.local/state/harkline/harkline.log");
+        qputenv("XDG_STATE_HOME", "");
+        QCOMPARE(daemonLogPath(), home->path() + "/.local/state/harkline/harkline.log");
+        qputenv("XDG_STATE_HOME", "/var/tmp/st");
+        QCOMPARE(daemonLogPath(), "/var/tmp/st/harkline/harkline.log");
+        qputenv("XDG_STATE_HOME", (home->path() + "/.local/state").toUtf8());
+        QCOMPARE(macDaemonLogPath("/Users/ann"), "/Users/ann/Library/Logs/harkline.log");
+    }
+
+    void menuVisibility()
+    {
+        const WindowInfo tray{true, kTrayIconWindowClass};
+        const WindowInfo panel{true, "QWidget"};
+        const WindowInfo hiddenPanel{false, "QWidget"};
+        QVERIFY(!anyMenuWindowVisible({}));
+        QVERIFY(!anyMenuWindowVisible({tray}));
+        QVERIFY(!anyMenuWindowVisible({tray, hiddenPanel}));
+        QVERIFY(anyMenuWindowVisible({tray, panel}));
+        QVERIFY(anyMenuWindowVisible({{true, "QSystemTrayIconSysX"}}));
+        QVERIFY(
+            !anyMenuWindowVisible({{true, kMacStatusBarWindowClass}}, kMacStatusBarWindowClass));
+    }
+};
+
+QTEST_MAIN(ModelPlatformTest)
+#include "tst_model_platform.moc"
