@@ -7,8 +7,40 @@
 
 #include <QApplication>
 #include <QSettings>
+#include <QSocketNotifier>
 
+#include <csignal>
 #include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+int signalPipe[2] = {-1, -1};
+
+// A session that ends sends SIGTERM: leave through the event loop like "Quit" does.
+void quitOnSignals()
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe) != 0)
+        return;
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        const char byte = 1;
+        (void)!::write(signalPipe[0], &byte, 1);
+    };
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(SIGINT, &action, nullptr);
+    auto* notifier = new QSocketNotifier(signalPipe[1], QSocketNotifier::Read, qApp);
+    QObject::connect(notifier, &QSocketNotifier::activated, qApp, [] {
+        char byte;
+        (void)!::read(signalPipe[1], &byte, 1);
+        QCoreApplication::quit();
+    });
+}
+
+} // namespace
 
 int main(int argc, char* argv[])
 {
@@ -19,6 +51,8 @@ int main(int argc, char* argv[])
     QApplication::setDesktopFileName(QStringLiteral("harkline-menubar"));
     // The panel closing is not the companion ending; only "Quit" ends it.
     QApplication::setQuitOnLastWindowClosed(false);
+
+    quitOnSignals();
 
     harkline::app::SingleInstance instance;
     switch (instance.claim()) {
