@@ -2,6 +2,7 @@
 
 #include "RelativeTime.h"
 
+#include <QAccessible>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -232,6 +233,10 @@ void SessionRow::changeEvent(QEvent* event)
 void SessionRow::updateAccessibleText()
 {
     setAccessibleName(titleText());
+    // The description costs a time phrase per row; only a screen reader needs it, and it is
+    // refreshed with every reload while one is running.
+    if (!QAccessible::isActive())
+        return;
     QString description = m_look.label + QStringLiteral(", ") + oneLine(detailText());
     if (!shownLastText().isEmpty())
         description += QStringLiteral(". ") + shownLastText();
