@@ -17,17 +17,6 @@
 
 namespace harkline::test {
 
-struct FakeServiceManager final : ServiceManager
-{
-    std::atomic<bool> succeeds{true};
-    std::atomic<int> runs{0};
-    bool run(bool) override
-    {
-        ++runs;
-        return succeeds;
-    }
-};
-
 struct FakeLoginItem final : LoginItem
 {
     bool on = false;
@@ -75,7 +64,6 @@ struct FakeDesktop
 {
     bool visible = false;
     DaemonTime now = DaemonTime(std::chrono::seconds(1'700'000'000));
-    std::shared_ptr<FakeServiceManager> serviceManager = std::make_shared<FakeServiceManager>();
     std::shared_ptr<FakeLoginItem> loginItem = std::make_shared<FakeLoginItem>();
     std::shared_ptr<FakeClipboard> clipboard = std::make_shared<FakeClipboard>();
     std::shared_ptr<FakeFileOpener> fileOpener = std::make_shared<FakeFileOpener>();
@@ -85,7 +73,6 @@ struct FakeDesktop
     {
         AppModel::Environment env;
         env.menuVisible = [this] { return visible; };
-        env.serviceManager = serviceManager;
         env.loginItem = loginItem;
         env.clipboard = clipboard;
         env.fileOpener = fileOpener;

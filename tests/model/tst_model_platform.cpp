@@ -7,8 +7,10 @@
 #include "TestHome.h"
 #include "WindowVisibility.h"
 
+#include <QClipboard>
 #include <QDir>
 #include <QFile>
+#include <QGuiApplication>
 #include <QTest>
 
 using namespace harkline;
@@ -99,6 +101,13 @@ private slots:
         QCOMPARE(daemonLogPath(), "/var/tmp/st/harkline/harkline.log");
         qputenv("XDG_STATE_HOME", (home->path() + "/.local/state").toUtf8());
         QCOMPARE(macDaemonLogPath("/Users/ann"), "/Users/ann/Library/Logs/harkline.log");
+    }
+
+    void clipboardTakesPlainText()
+    {
+        QGuiApplication::clipboard()->setText("old");
+        QtClipboard().setText("hk1:Grüße ☕");
+        QCOMPARE(QGuiApplication::clipboard()->text(), "hk1:Grüße ☕");
     }
 
     void menuVisibility()

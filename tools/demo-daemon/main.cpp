@@ -304,11 +304,14 @@ int main(int argc, char** argv)
     }
 
     // Signals are taken by sigwait() below; every thread started later inherits the mask.
+    // A shell starts background jobs with SIGINT ignored, and an ignored signal may never reach
+    // sigwait(); take the defaults back first.
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    sigaddset(&stopSignals, SIGHUP);
+    for (const int stop : {SIGINT, SIGTERM, SIGHUP}) {
+        std::signal(stop, SIG_DFL);
+        sigaddset(&stopSignals, stop);
+    }
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
 
