@@ -5,6 +5,7 @@
 #include "AppModel.h"
 #include "DaemonClient.h"
 #include "ModelTestKit.h"
+#include "ServiceManager.h"
 #include "TestHome.h"
 
 #include <QDir>
@@ -15,6 +16,18 @@
 #include <mutex>
 
 namespace harkline::test {
+
+// The service tool, counted and told whether to succeed.
+struct CountingServiceManager final : ServiceManager
+{
+    std::atomic<bool> succeeds{true};
+    std::atomic<int> runs{0};
+    bool run(bool) override
+    {
+        ++runs;
+        return succeeds;
+    }
+};
 
 // Replies the test changes between refreshes; "status" fails while `running` is false.
 struct ScriptedDaemon
@@ -81,6 +94,7 @@ struct UiFixture
     TestHome home;
     ScriptedDaemon daemon;
     FakeDesktop desktop;
+    std::shared_ptr<CountingServiceManager> service = std::make_shared<CountingServiceManager>();
     std::unique_ptr<AppModel> model;
 
     UiFixture()
@@ -88,6 +102,7 @@ struct UiFixture
         desktop.now = DaemonTime(std::chrono::system_clock::now());
         auto env = desktop.environment();
         env.now = [] { return DaemonTime(std::chrono::system_clock::now()); };
+        env.serviceManager = service;
         model = std::make_unique<AppModel>(env);
         settle(*model);
     }
