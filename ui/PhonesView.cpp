@@ -8,6 +8,7 @@
 #include <QBoxLayout>
 #include <QLabel>
 #include <QPushButton>
+#include <QToolButton>
 
 #include <unordered_map>
 
@@ -88,6 +89,18 @@ void PhonesView::update()
     }
     m_rows = std::move(rows);
     m_rowBox->setVisible(!m_rows.empty());
+    // Tab goes through the rows as they stand on screen, then to "Pair a Phone…".
+    QWidget* previous = nullptr;
+    for (PhoneRow* r : m_rows)
+        for (QWidget* w :
+             {static_cast<QWidget*>(r->trashButton()), static_cast<QWidget*>(r->cancelButton()),
+              static_cast<QWidget*>(r->removeButton())}) {
+            if (previous)
+                setTabOrder(previous, w);
+            previous = w;
+        }
+    if (previous)
+        setTabOrder(previous, m_pair);
     setRemoving(m_removing);
 }
 
