@@ -5,8 +5,10 @@ HARKLINE_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
 # Packages needed to build and run everything, tests included.
 HARKLINE_BUILD_PACKAGES=(g++ cmake ninja-build pkg-config nlohmann-json3-dev
-  qt6-base-dev qt6-svg-dev libqrencode-dev libicu-dev fonts-dejavu-core)
+  qt6-base-dev qt6-svg-dev libqrencode-dev libicu-dev libxcb1-dev fonts-dejavu-core)
 HARKLINE_TEST_PACKAGES=(xvfb xauth dbus zbar-tools)
+# For the screenshots of scripts/demo without a display.
+HARKLINE_DEMO_PACKAGES=(xvfb xauth dbus xdotool imagemagick)
 
 harkline_ensure_packages() {
   local missing=() p

@@ -1,0 +1,281 @@
+// The companion as a program on a real X server (Xvfb) with a private session bus and a tray
+// host of our own: it registers its item also when the host comes late, its icon follows the
+// daemon, and activating the item opens the panel, which asks for a detailed refresh.
+
+#include "DaemonClient.h"
+#include "FakeDaemon.h"
+#include "Looks.h"
+#include "SniWatcher.h"
+#include "TestHome.h"
+
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <mutex>
+
+using namespace harkline;
+using namespace harkline::test;
+
+namespace {
+
+struct SniPixmap
+{
+    int width = 0;
+    int height = 0;
+    QByteArray argb; // network byte order
+};
+
+const QDBusArgument& operator>>(const QDBusArgument& arg, SniPixmap& pixmap)
+{
+    arg.beginStructure();
+    arg >> pixmap.width >> pixmap.height >> pixmap.argb;
+    arg.endStructure();
+    return arg;
+}
+
+QImage toImage(const SniPixmap& pixmap)
+{
+    QImage image(pixmap.width, pixmap.height, QImage::Format_ARGB32);
+    const auto* bytes = reinterpret_cast<const uchar*>(pixmap.argb.constData());
+    for (int y = 0; y < pixmap.height; ++y)
+        for (int x = 0; x < pixmap.width; ++x) {
+            const uchar* p = bytes + 4 * (y * pixmap.width + x);
+            image.setPixel(x, y, qRgba(p[1], p[2], p[3], p[0]));
+        }
+    return image;
+}
+
+// Which of the three bells an image shows: the one whose own drawing it is closest to.
+QString bellIn(const QImage& image)
+{
+    QString best;
+    qint64 bestDistance = -1;
+    for (const QString& name :
+         {QStringLiteral("bell"), QStringLiteral("bell.badge"), QStringLiteral("bell.slash")}) {
+        const QImage expected = ui::looks::traySymbol(name)
+                                    .pixmap(image.size())
+                                    .toImage()
+                                    .convertToFormat(QImage::Format_ARGB32);
+        qint64 distance = 0;
+        for (int y = 0; y < image.height(); ++y)
+            for (int x = 0; x < image.width(); ++x)
+                distance += std::abs(qAlpha(image.pixel(x, y)) - qAlpha(expected.pixel(x, y))) +
+                            std::abs(qGray(image.pixel(x, y)) - qGray(expected.pixel(x, y)));
+        if (bestDistance < 0 || distance < bestDistance) {
+            bestDistance = distance;
+            best = name;
+        }
+    }
+    return best;
+}
+
+// Starts a program and keeps it until the end of the test; killed and reaped on the way out.
+struct Child
+{
+    QProcess process;
+    ~Child() { stop(); }
+    void stop()
+    {
+        if (process.state() != QProcess::NotRunning) {
+            process.terminate();
+            if (!process.waitForFinished(3000)) {
+                process.kill();
+                process.waitForFinished(3000);
+            }
+        }
+    }
+};
+
+} // namespace
+
+class TrayTest : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    Child m_xvfb;
+    Child m_bus;
+    QString m_display;
+    QString m_busAddress;
+
+    QProcessEnvironment companionEnvironment()
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.remove("QT_QPA_PLATFORM");
+        env.insert("DISPLAY", m_display);
+        env.insert("DBUS_SESSION_BUS_ADDRESS", m_busAddress);
+        // A runtime folder of its own: a companion the user runs must not answer for this one.
+        const QString runtime = m_dir.filePath("runtime");
+        QDir().mkpath(runtime);
+        QFile::setPermissions(runtime, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                           QFileDevice::ExeOwner);
+        env.insert("XDG_RUNTIME_DIR", runtime);
+        return env;
+    }
+
+    // The item's property, read over the bus.
+    QVariant itemProperty(QDBusConnection& bus, const SniWatcher::Item& item, const QString& name)
+    {
+        QDBusMessage get = QDBusMessage::createMethodCall(item.service, item.path,
+                                                          "org.freedesktop.DBus.Properties", "Get");
+        get << QStringLiteral("org.kde.StatusNotifierItem") << name;
+        const QDBusMessage reply = bus.call(get, QDBus::Block, 2000);
+        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+            return {};
+        return reply.arguments().at(0).value<QDBusVariant>().variant();
+    }
+
+    QString shownBell(QDBusConnection& bus, const SniWatcher::Item& item)
+    {
+        const QVariant value = itemProperty(bus, item, "IconPixmap");
+        if (!value.canConvert<QDBusArgument>())
+            return {};
+        const QDBusArgument arg = value.value<QDBusArgument>();
+        QList<SniPixmap> pixmaps;
+        arg.beginArray();
+        while (!arg.atEnd()) {
+            SniPixmap p;
+            arg >> p;
+            pixmaps << p;
+        }
+        arg.endArray();
+        if (pixmaps.isEmpty())
+            return {};
+        return bellIn(toImage(pixmaps.first()));
+    }
+
+private slots:
+    void initTestCase()
+    {
+        const QString xvfb = QStandardPaths::findExecutable("Xvfb");
+        const QString dbus = QStandardPaths::findExecutable("dbus-daemon");
+        if (xvfb.isEmpty() || dbus.isEmpty())
+            QSKIP("needs Xvfb and dbus-daemon (packages xvfb and dbus)");
+        QVERIFY(QFileInfo::exists(HARKLINE_MENUBAR));
+
+        // A display number nobody uses.
+        for (int n = 90 + (QCoreApplication::applicationPid() % 50); n < 200; ++n)
+            if (!QFileInfo::exists(QString("/tmp/.X11-unix/X%1").arg(n)) &&
+                !QFileInfo::exists(QString("/tmp/.X%1-lock").arg(n))) {
+                m_display = QString(":%1").arg(n);
+                break;
+            }
+        m_xvfb.process.start(xvfb, {m_display, "-screen", "0", "1280x800x24", "-nolisten", "tcp"});
+        QVERIFY(m_xvfb.process.waitForStarted());
+        QVERIFY(QTest::qWaitFor(
+            [&] { return QFileInfo::exists("/tmp/.X11-unix/X" + m_display.mid(1)); }, 10000));
+
+        const QString busPath = m_dir.filePath("bus");
+        m_busAddress = "unix:path=" + busPath;
+        m_bus.process.start(dbus, {"--session", "--nofork", "--address=" + m_busAddress});
+        QVERIFY(m_bus.process.waitForStarted());
+        QVERIFY(QTest::qWaitFor([&] { return QFileInfo::exists(busPath); }, 10000));
+    }
+
+    void registersWithHostsEarlyAndLate()
+    {
+        TestHome home;
+        FakeDaemon daemon(DaemonClient::socketPath());
+        std::mutex mutex;
+        Json status = {{"ok", true}, {"name", "harkline"}, {"port", 7420}, {"pending", 0}};
+        bool running = true;
+        daemon.setHandler([&](const std::string& line) {
+            const std::lock_guard lock(mutex);
+            const std::string cmd = FakeDaemon::commandOf(line);
+            if (!running)
+                return FakeDaemon::Script::answer({{"ok", false}});
+            if (cmd == "status")
+                return FakeDaemon::Script::answer(status);
+            return FakeDaemon::Script::answer(
+                {{"ok", true}, {"devices", Json::array()}, {"sessions", Json::array()}});
+        });
+        const QProcessEnvironment env = companionEnvironment();
+
+        // A host that is there before the companion.
+        {
+            QDBusConnection bus = QDBusConnection::connectToBus(m_busAddress, "early");
+            QVERIFY(bus.isConnected());
+            SniWatcher watcher;
+            QVERIFY(watcher.publish(bus));
+            Child companion;
+            companion.process.setProcessEnvironment(env);
+            companion.process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            companion.process.start(HARKLINE_MENUBAR);
+            QVERIFY(companion.process.waitForStarted());
+            QVERIFY(QTest::qWaitFor([&] { return !watcher.registered().isEmpty(); }, 10000));
+            companion.stop();
+            bus.unregisterService("org.kde.StatusNotifierWatcher");
+            bus.unregisterObject("/StatusNotifierWatcher");
+        }
+        QDBusConnection::disconnectFromBus("early");
+
+        // A host that comes up after the companion: the icon appears without a restart.
+        Child companion;
+        companion.process.setProcessEnvironment(env);
+        companion.process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        companion.process.start(HARKLINE_MENUBAR);
+        QVERIFY(companion.process.waitForStarted());
+        QTest::qWait(1500);
+        QDBusConnection bus = QDBusConnection::connectToBus(m_busAddress, "late");
+        SniWatcher watcher;
+        QVERIFY(watcher.publish(bus));
+        QVERIFY(QTest::qWaitFor([&] { return !watcher.registered().isEmpty(); }, 10000));
+        const SniWatcher::Item item = watcher.registered().first();
+
+        // Quiet daemon, panel closed: "bell", from summary refreshes only.
+        QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell"; }, 10000));
+        QCOMPARE(itemProperty(bus, item, "Title").toString(), QString("harkline-menubar"));
+        QCOMPARE(countCommand(daemon, "sessions"), 0);
+
+        // Activating the item opens the panel, and the panel asks for the whole picture.
+        QDBusMessage activate = QDBusMessage::createMethodCall(
+            item.service, item.path, "org.kde.StatusNotifierItem", "Activate");
+        activate << 640 << 10;
+        QCOMPARE(bus.call(activate, QDBus::Block, 2000).type(), QDBusMessage::ReplyMessage);
+        QVERIFY(QTest::qWaitFor([&] { return countCommand(daemon, "sessions") >= 1; }, 5000));
+        QVERIFY(countCommand(daemon, "devices") >= 1);
+
+        // While the panel is open the icon follows the daemon within a refresh or two.
+        {
+            const std::lock_guard lock(mutex);
+            status["pending"] = 2;
+        }
+        QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell.badge"; }, 10000));
+        {
+            const std::lock_guard lock(mutex);
+            running = false;
+        }
+        QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell.slash"; }, 10000));
+        QCOMPARE(itemProperty(bus, item, "ToolTip").isValid(), true);
+
+        companion.stop();
+        QCOMPARE(companion.process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(companion.process.exitCode(), 0);
+    }
+
+    void cleanupTestCase()
+    {
+        m_bus.stop();
+        m_xvfb.stop();
+    }
+
+private:
+    static int countCommand(const FakeDaemon& daemon, const std::string& cmd)
+    {
+        int n = 0;
+        for (const std::string& line : daemon.requests())
+            n += FakeDaemon::commandOf(line) == cmd;
+        return n;
+    }
+};
+
+QTEST_MAIN(TrayTest)
+#include "tst_ui_tray.moc"

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QColor>
+#include <QFont>
+#include <QIcon>
+#include <QPalette>
+#include <QString>
+
+class QLabel;
+class QWidget;
+
+namespace harkline::ui {
+
+// The text styles the menu uses, from the most prominent to the smallest.
+enum class TextStyle { Body, Headline, Callout, Caption, Caption2 };
+enum class Weight { Regular, Medium, Semibold };
+// Named colours. Secondary is the dimmed foreground for supporting text; Primary the normal one.
+enum class SystemColor { Primary, Secondary, Blue, Orange, Gray, Green, Red };
+
+// The one place that turns styles, weights and colour names into fonts and colours of the
+// current palette, so every view looks alike in light and dark themes.
+namespace looks {
+
+// The style's font, derived from the application font so the user's size setting carries over.
+// Headline is semibold unless another weight is asked for.
+QFont font(TextStyle style);
+QFont font(TextStyle style, Weight weight);
+
+bool isDark(const QPalette& palette);
+QColor color(SystemColor name, const QPalette& palette);
+QColor color(SystemColor name); // of the application palette
+
+// Sets a label's font and text colour; keeps its other palette roles.
+void style(QWidget* widget, TextStyle style, SystemColor color = SystemColor::Primary);
+void style(QWidget* widget, TextStyle style, Weight weight, SystemColor color);
+
+// True when an icon of that name is bundled with the program.
+bool hasSymbol(const QString& name);
+
+// A bundled symbol drawn in `tint` at whatever size it is asked for, never scaled from a bitmap.
+// An unknown name gives a null icon.
+QIcon symbol(const QString& name, const QColor& tint);
+
+// A tray symbol: the glyph in a dark tone with a light halo, readable on light and dark panels
+// alike, since the panel's colour is not ours to know.
+QIcon traySymbol(const QString& name);
+
+} // namespace looks
+} // namespace harkline::ui

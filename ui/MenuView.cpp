@@ -1,0 +1,235 @@
+#include "MenuView.h"
+
+#include "AppModel.h"
+#include "HeaderView.h"
+#include "Looks.h"
+#include "NotRunningView.h"
+#include "PairingView.h"
+#include "PhonesView.h"
+#include "SectionTitle.h"
+#include "SessionsView.h"
+
+#include <QBoxLayout>
+#include <QLabel>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QShowEvent>
+
+namespace harkline::ui {
+
+namespace {
+
+QWidget* divider(QWidget* parent)
+{
+    auto* line = new QWidget(parent);
+    line->setFixedHeight(1);
+    line->setAutoFillBackground(true);
+    QPalette palette = line->palette();
+    QColor color = palette.color(QPalette::WindowText);
+    color.setAlphaF(0.15);
+    palette.setColor(QPalette::Window, color);
+    line->setPalette(palette);
+    return line;
+}
+
+} // namespace
+
+MenuView::MenuView(AppModel* model, QWidget* parent) : QWidget(parent), m_model(model)
+{
+    m_column = new QVBoxLayout(this);
+    m_column->setContentsMargins(kPadding, kPadding, kPadding, kPadding);
+    m_column->setSpacing(kSpacing);
+    setFixedWidth(kWidth);
+
+    m_header = new HeaderView(model, this);
+    m_column->addWidget(m_header);
+    m_divider = divider(this);
+    m_column->addWidget(m_divider);
+
+    m_waiting = new QWidget(this);
+    auto* waiting = new QHBoxLayout(m_waiting);
+    waiting->setContentsMargins(0, 0, 0, 0);
+    waiting->setSpacing(6);
+    auto* bubble = new QLabel(m_waiting);
+    const int side = QFontMetrics(looks::font(TextStyle::Callout)).height();
+    bubble->setPixmap(looks::symbol(QStringLiteral("exclamationmark.bubble.fill"),
+                                    looks::color(SystemColor::Orange, palette()))
+                          .pixmap(QSize(side, side), devicePixelRatioF()));
+    m_waitingText = new QLabel(m_waiting);
+    m_waitingText->setTextFormat(Qt::PlainText);
+    looks::style(m_waitingText, TextStyle::Callout, SystemColor::Orange);
+    waiting->addWidget(bubble);
+    waiting->addWidget(m_waitingText, 1);
+    m_column->addWidget(m_waiting);
+
+    m_notice = new QLabel(this);
+    m_notice->setTextFormat(Qt::PlainText); // the notice may quote a reason from elsewhere
+    m_notice->setWordWrap(true);
+    looks::style(m_notice, TextStyle::Caption, SystemColor::Secondary);
+    m_column->addWidget(m_notice);
+
+    connect(model, &AppModel::statusChanged, this, &MenuView::rebuild);
+    connect(model, &AppModel::pairingChanged, this, &MenuView::rebuild);
+    connect(model, &AppModel::sessionsChanged, this, &MenuView::updateSessions);
+    connect(model, &AppModel::noticeChanged, this, &MenuView::updateNotice);
+    // Any other change also rebuilds the pairing view, which picks its button row then.
+    connect(model, &AppModel::changed, this, [this] {
+        if (m_pairing && m_model->pairing())
+            m_pairing->setPairing(*m_model->pairing());
+        Q_EMIT contentChanged();
+    });
+    rebuild();
+    updateNotice();
+}
+
+QString MenuView::waitingText(qint64 pending)
+{
+    const QString count = QString::number(pending);
+    return pending == 1 ? tr("%1 prompt waiting for an answer").arg(count)
+                        : tr("%1 prompts waiting for an answer").arg(count);
+}
+
+void MenuView::rebuild()
+{
+    updateWaiting();
+    const auto& status = m_model->status();
+    const auto& pairing = m_model->pairing();
+    enum class Body {
+        NotRunning,
+        Pairing,
+        Lists
+    } want = !status   ? Body::NotRunning
+             : pairing ? Body::Pairing
+                       : Body::Lists;
+    const Body have = m_notRunning ? Body::NotRunning : m_pairing ? Body::Pairing : Body::Lists;
+    if (m_body && want == have) {
+        if (m_pairing)
+            m_pairing->setPairing(*pairing);
+        return;
+    }
+
+    // A different body: the old views go, with whatever the user had unfolded or selected.
+    delete m_body;
+    m_notRunning = nullptr;
+    m_pairing = nullptr;
+    m_phones = nullptr;
+    m_sessions = nullptr;
+    m_sessionsArea = nullptr;
+
+    m_body = new QWidget(this);
+    auto* column = new QVBoxLayout(m_body);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(kSpacing);
+    switch (want) {
+    case Body::NotRunning:
+        m_notRunning = new NotRunningView(m_model, m_body);
+        column->addWidget(m_notRunning);
+        break;
+    case Body::Pairing:
+        m_pairing = new PairingView(m_model, *pairing, m_body);
+        column->addWidget(m_pairing);
+        break;
+    case Body::Lists: {
+        m_phones = new PhonesView(m_model, m_body);
+        column->addWidget(m_phones);
+        column->addWidget(divider(m_body));
+        column->addWidget(new SectionTitle(tr("Sessions"), m_body));
+        m_sessionsArea = new QScrollArea(m_body);
+        m_sessionsArea->setFrameShape(QFrame::NoFrame);
+        m_sessionsArea->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        m_sessionsArea->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+        m_sessionsArea->setWidgetResizable(true);
+        m_sessionsArea->viewport()->setAutoFillBackground(false);
+        m_sessions = new SessionsView;
+        m_sessions->setAutoFillBackground(false);
+        m_sessionsArea->setWidget(m_sessions);
+        m_sessionsArea->setAccessibleName(tr("Sessions"));
+        column->addWidget(m_sessionsArea);
+        updateSessions();
+        break;
+    }
+    }
+    m_column->insertWidget(m_column->indexOf(m_notice), m_body);
+    m_body->show();
+    Q_EMIT contentChanged();
+}
+
+void MenuView::updateWaiting()
+{
+    const auto& status = m_model->status();
+    const bool show = status && status->pending > 0;
+    if (show)
+        m_waitingText->setText(waitingText(status->pending));
+    m_waiting->setVisible(show);
+}
+
+void MenuView::updateNotice()
+{
+    const auto& notice = m_model->notice();
+    m_notice->setText(notice ? *notice : QString());
+    m_notice->setVisible(notice.has_value());
+}
+
+void MenuView::updateSessions()
+{
+    if (!m_sessions)
+        return;
+    m_sessions->setSessions(m_model->sessions());
+    fitSessionsArea();
+}
+
+void MenuView::fitSessionsArea()
+{
+    // As tall as the rows, up to the limit; beyond it the list scrolls.
+    const int width = kWidth - 2 * kPadding;
+    int height = m_sessions->heightForWidth(width);
+    if (height > kMaxSessionsHeight)
+        height = kMaxSessionsHeight;
+    m_sessionsArea->setFixedHeight(height);
+}
+
+QString MenuView::waitingLineText() const
+{
+    return m_waiting->isHidden() ? QString() : m_waitingText->text();
+}
+
+QStringList MenuView::shownParts() const
+{
+    QStringList parts{QStringLiteral("header"), QStringLiteral("divider")};
+    if (!m_waiting->isHidden())
+        parts << QStringLiteral("waiting");
+    if (m_notRunning)
+        parts << QStringLiteral("notRunning");
+    if (m_pairing)
+        parts << QStringLiteral("pairing");
+    if (m_phones)
+        parts << QStringLiteral("phones") << QStringLiteral("sessionsTitle")
+              << QStringLiteral("sessions");
+    if (!m_notice->isHidden())
+        parts << QStringLiteral("notice");
+    return parts;
+}
+
+int MenuView::heightForWidth(int width) const
+{
+    // Without wrapped text in it the layout has no height-for-width of its own.
+    return m_column->hasHeightForWidth() ? m_column->totalHeightForWidth(width)
+                                         : m_column->totalSizeHint().height();
+}
+
+QSize MenuView::sizeHint() const
+{
+    return {kWidth, heightForWidth(kWidth)};
+}
+
+void MenuView::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    if (event->spontaneous())
+        return;
+    // Each opening reads the login item afresh and asks for the full picture at once.
+    m_header->reloadLoginItem();
+    m_model->refresh(true);
+}
+
+} // namespace harkline::ui

@@ -1,0 +1,40 @@
+#include "NotRunningView.h"
+
+#include "AppModel.h"
+#include "DefaultButton.h"
+#include "Looks.h"
+
+#include <QBoxLayout>
+#include <QLabel>
+#include <QPushButton>
+
+namespace harkline::ui {
+
+NotRunningView::NotRunningView(AppModel* model, QWidget* parent) : QWidget(parent)
+{
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(8);
+
+    m_message = new QLabel(
+        tr("The harkline service is not running, so phones get no notifications."), this);
+    m_message->setTextFormat(Qt::PlainText);
+    m_message->setWordWrap(true);
+    looks::style(m_message, TextStyle::Callout);
+    column->addWidget(m_message);
+
+    auto* buttons = new QHBoxLayout;
+    m_start = new QPushButton(tr("Start Service"), this);
+    makeDefaultButton(m_start);
+    m_openLog = new QPushButton(tr("Open Log"), this);
+    m_openLog->setAutoDefault(false);
+    buttons->addWidget(m_start);
+    buttons->addWidget(m_openLog);
+    buttons->addStretch(1);
+    column->addLayout(buttons);
+
+    connect(m_start, &QPushButton::clicked, model, [model] { model->startService(false); });
+    connect(m_openLog, &QPushButton::clicked, model, &AppModel::openLog);
+}
+
+} // namespace harkline::ui

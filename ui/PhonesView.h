@@ -1,0 +1,58 @@
+#pragma once
+
+#include "Records.h"
+
+#include <QWidget>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+class QLabel;
+class QPushButton;
+class QVBoxLayout;
+
+namespace harkline {
+class AppModel;
+}
+
+namespace harkline::ui {
+
+class PhoneRow;
+
+// The paired phones, each with an in-place confirmation before it is unpaired, and the button
+// that starts pairing a new one.
+class PhonesView : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit PhonesView(AppModel* model, QWidget* parent = nullptr);
+
+    // Redraws from the model's current list; rows are kept by phone id.
+    void update();
+
+    // The id of the phone whose unpairing is being confirmed.
+    const std::optional<std::string>& removing() const { return m_removing; }
+
+    QLabel* emptyText() const { return m_empty; }
+    QPushButton* pairButton() const { return m_pair; }
+    int rowCount() const { return int(m_rows.size()); }
+    // The row of the phone with that id, or null.
+    PhoneRow* row(const std::string& id) const;
+    PhoneRow* rowAt(int index) const { return m_rows.at(std::size_t(index)); }
+
+private:
+    void setRemoving(std::optional<std::string> id);
+
+    AppModel* m_model;
+    QVBoxLayout* m_column;
+    QLabel* m_empty;
+    QWidget* m_rowBox;
+    QVBoxLayout* m_rowColumn;
+    std::vector<PhoneRow*> m_rows;
+    QPushButton* m_pair;
+    std::optional<std::string> m_removing;
+};
+
+} // namespace harkline::ui

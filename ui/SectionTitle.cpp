@@ -1,0 +1,31 @@
+#include "SectionTitle.h"
+
+#include "Looks.h"
+
+#include <QEvent>
+
+namespace harkline::ui {
+
+SectionTitle::SectionTitle(const QString& text, QWidget* parent) : QLabel(parent)
+{
+    setTextFormat(Qt::PlainText);
+    setTitle(text);
+    looks::style(this, TextStyle::Caption2, Weight::Semibold, SystemColor::Secondary);
+}
+
+void SectionTitle::setTitle(const QString& text)
+{
+    m_title = text;
+    // Full case mapping, independent of the locale ("ß" becomes "SS").
+    setText(text.toUpper());
+    setAccessibleName(text);
+}
+
+void SectionTitle::changeEvent(QEvent* event)
+{
+    QLabel::changeEvent(event);
+    if (event->type() == QEvent::ApplicationPaletteChange)
+        looks::style(this, TextStyle::Caption2, Weight::Semibold, SystemColor::Secondary);
+}
+
+} // namespace harkline::ui
