@@ -80,6 +80,11 @@ QString relativeTimePhrase(DaemonTime when, DaemonTime now)
     return phrase(when, now, icu::Locale::getDefault());
 }
 
+QString relativeTimePhrase(DaemonTime when)
+{
+    return relativeTimePhrase(when, DaemonTime(std::chrono::system_clock::now()));
+}
+
 QString relativeTimePhrase(DaemonTime when, DaemonTime now, const QString& localeId)
 {
     return phrase(when, now, icu::Locale(localeId.toLatin1().constData()));

@@ -13,6 +13,9 @@ namespace harkline {
 // way is "now": ICU would say "in 0 sec.".
 QString relativeTimePhrase(DaemonTime when, DaemonTime now);
 
+// Against the system clock, as views do at each drawing.
+QString relativeTimePhrase(DaemonTime when);
+
 // The same in the locale `localeId` ("de", "en_US"), for tests and callers with a locale of
 // their own.
 QString relativeTimePhrase(DaemonTime when, DaemonTime now, const QString& localeId);

@@ -68,7 +68,7 @@ void PhoneRow::setDevice(const PairedDevice& device)
 
 void PhoneRow::refreshTime()
 {
-    m_paired->setText(tr("Paired %1").arg(relativeTime(m_device.paired)));
+    m_paired->setText(tr("Paired %1").arg(relativeTimePhrase(m_device.paired)));
     setAccessibleName(m_name->text());
     setAccessibleDescription(m_paired->text());
 }

@@ -92,7 +92,7 @@ QString SessionRow::detailText() const
 {
     // Parts are never dropped for being empty: an empty project still leads the line.
     QString detail =
-        QString::fromStdString(m_session.project) + kSeparator + relativeTime(m_session.lastActive);
+        QString::fromStdString(m_session.project) + kSeparator + relativeTimePhrase(m_session.lastActive);
     if (m_session.listening)
         detail += kSeparator + QStringLiteral("phone can reply");
     if (m_session.queued >= 1)

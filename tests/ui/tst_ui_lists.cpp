@@ -154,7 +154,7 @@ private slots:
         none.listening = true;
         view.setSessions({plain, busy, one, none});
 
-        const QString ago = relativeTime(plain.lastActive);
+        const QString ago = relativeTimePhrase(plain.lastActive);
         // Title falls back to the project, which also leads the detail.
         QCOMPARE(view.row("a")->titleText(), QString("harkline"));
         QCOMPARE(view.row("a")->detailText(), "harkline · " + ago);

@@ -1,23 +1,17 @@
-// The shared pieces: relative time phrases, the section caption, and the symbols (all present,
+// The shared pieces: the section caption, and the symbols (all present,
 // tinted, drawn at any size; the tray bells told apart by shape and readable on any panel).
 
 #include "Looks.h"
-#include "RelativeTime.h"
 #include "SectionTitle.h"
 
 #include <QApplication>
 #include <QPainter>
 #include <QTest>
 
-#include <unicode/locid.h>
-
 using namespace harkline;
 using namespace harkline::ui;
-using namespace std::chrono_literals;
 
 namespace {
-
-const DaemonTime kNow = DaemonTime(std::chrono::seconds(1'800'000'000));
 
 QImage render(const QIcon& icon, int side, QColor background = Qt::transparent)
 {
@@ -54,38 +48,6 @@ class LooksTest : public QObject
     Q_OBJECT
 
 private slots:
-    void relativeTime_data()
-    {
-        QTest::addColumn<double>("offset");
-        QTest::addColumn<QString>("phrase");
-        QTest::newRow("now") << 0.0 << "now";
-        QTest::newRow("under a second") << -0.6 << "now";
-        QTest::newRow("seconds") << -30.0 << "30 sec. ago";
-        QTest::newRow("59 s") << -59.9 << "59 sec. ago";
-        QTest::newRow("minutes") << -300.0 << "5 min. ago";
-        QTest::newRow("90 min is one hour") << -5400.0 << "1 hr. ago";
-        QTest::newRow("days") << -3 * 86400.0 << "3 days ago";
-        QTest::newRow("weeks") << -15 * 86400.0 << "2 wk. ago";
-        QTest::newRow("future") << 3600.0 << "in 1 hr.";
-    }
-
-    void relativeTime()
-    {
-        QFETCH(double, offset);
-        QTEST(ui::relativeTime(kNow + std::chrono::duration<double>(offset), kNow), "phrase");
-    }
-
-    void relativeTimeFollowsTheLocale()
-    {
-        UErrorCode status = U_ZERO_ERROR;
-        const icu::Locale before = icu::Locale::getDefault();
-        icu::Locale::setDefault(icu::Locale::getGermany(), status);
-        const QString german = ui::relativeTime(kNow - 5min, kNow);
-        icu::Locale::setDefault(before, status);
-        QCOMPARE(german, QString("vor 5 Min."));
-        QCOMPARE(ui::relativeTime(kNow - 5min, kNow), QString("5 min. ago"));
-    }
-
     void sectionTitle()
     {
         SectionTitle title("Sessions");
