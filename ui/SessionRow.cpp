@@ -91,8 +91,8 @@ QString SessionRow::titleText() const
 QString SessionRow::detailText() const
 {
     // Parts are never dropped for being empty: an empty project still leads the line.
-    QString detail =
-        QString::fromStdString(m_session.project) + kSeparator + relativeTimePhrase(m_session.lastActive);
+    QString detail = QString::fromStdString(m_session.project) + kSeparator +
+                     relativeTimePhrase(m_session.lastActive);
     if (m_session.listening)
         detail += kSeparator + QStringLiteral("phone can reply");
     if (m_session.queued >= 1)
