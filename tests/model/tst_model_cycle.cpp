@@ -1,9 +1,7 @@
 // The refresh cycle: when the timer refreshes, what each refresh applies and in which order, a
 // daemon that goes away and comes back, the status symbol, and a main thread that never waits.
 
-#include "DaemonClient.h"
-#include "ModelTestKit.h"
-#include "TestHome.h"
+#include "ModelKit.h"
 
 #include <QElapsedTimer>
 #include <QTimer>
@@ -12,99 +10,65 @@ using namespace harkline;
 using namespace harkline::test;
 using Script = FakeDaemon::Script;
 
-Q_DECLARE_METATYPE(harkline::Json)
+namespace {
+
+// Records, in order, which published property was assigned.
+struct Assignments
+{
+    QStringList names;
+    explicit Assignments(AppModel& model)
+    {
+        QObject::connect(&model, &AppModel::statusChanged, [this] { names << "status"; });
+        QObject::connect(&model, &AppModel::devicesChanged, [this] { names << "devices"; });
+        QObject::connect(&model, &AppModel::sessionsChanged, [this] { names << "sessions"; });
+        QObject::connect(&model, &AppModel::pairingChanged, [this] { names << "pairing"; });
+        QObject::connect(&model, &AppModel::noticeChanged, [this] { names << "notice"; });
+    }
+    QStringList take() { return std::exchange(names, {}); }
+};
+
+// Runs one tick per entry with that visibility; "tick:kind" for each refresh started.
+QStringList cadence(int hiddenFirst, int visibleThen, int hiddenAfter = 0)
+{
+    FakeDesktop desktop;
+    AppModel model(desktop.environment());
+    QStringList started;
+    int tick = 0;
+    QObject::connect(&model, &AppModel::refreshStarted, [&](bool detailed) {
+        started << QStringLiteral("%1:%2").arg(tick).arg(detailed ? "detailed" : "summary");
+    });
+    for (const bool visible : QList<bool>(hiddenFirst, false) + QList<bool>(visibleThen, true) +
+                                  QList<bool>(hiddenAfter, false)) {
+        desktop.visible = visible;
+        ++tick;
+        model.tick();
+    }
+    settle(model);
+    return started;
+}
+
+} // namespace
 
 class ModelCycleTest : public QObject
 {
     Q_OBJECT
 
     std::unique_ptr<TestHome> home;
-    const Json status{{"ok", true}, {"name", "harkline"}, {"port", 8080}, {"pending", 0}};
-    const Json devices{{"ok", true}, {"devices", {{{"id", "p1"}, {"name", "Pixel"}}}}};
-    const Json sessions{{"ok", true},
-                        {"sessions", {{{"id", "s1"}, {"state", "working"}}, {{"id", "s2"}}}}};
-
-    // Runs ticks 1..visibility.size() with the given visibility and returns "tick:kind" for
-    // each refresh started.
-    static QStringList cadence(const QList<bool>& visibility)
-    {
-        FakeDesktop desktop;
-        AppModel model(desktop.environment());
-        QStringList started;
-        int tick = 0;
-        connect(&model, &AppModel::refreshStarted, [&](bool detailed) {
-            started << QStringLiteral("%1:%2").arg(tick).arg(detailed ? "detailed" : "summary");
-        });
-        for (const bool visible : visibility) {
-            desktop.visible = visible;
-            ++tick;
-            model.tick();
-        }
-        settle(model);
-        return started;
-    }
-
-    static QList<bool> ticks(int hiddenFirst, int visibleThen, int hiddenAfter = 0)
-    {
-        return QList<bool>(hiddenFirst, false) + QList<bool>(visibleThen, true) +
-               QList<bool>(hiddenAfter, false);
-    }
 
 private slots:
     void initTestCase() { home = std::make_unique<TestHome>(); }
 
-    void timerCadence_data()
-    {
-        QTest::addColumn<QList<bool>>("visibility");
-        QTest::addColumn<QStringList>("expected");
-        QTest::newRow("hidden: every 15th tick, summary")
-            << ticks(45, 0) << QStringList{"15:summary", "30:summary", "45:summary"};
-        QTest::newRow("visible throughout: on opening, then every 3rd global tick")
-            << ticks(0, 12)
-            << QStringList{"1:detailed", "3:detailed", "6:detailed", "9:detailed", "12:detailed"};
-        QTest::newRow("opens at tick 7")
-            << ticks(6, 6) << QStringList{"7:detailed", "9:detailed", "12:detailed"};
-        QTest::newRow("opens at tick 9: one refresh, not two")
-            << ticks(8, 2) << QStringList{"9:detailed"};
-        QTest::newRow("closes at tick 10: back to every 15th, summary")
-            << ticks(0, 9, 7)
-            << QStringList{"1:detailed", "3:detailed", "6:detailed", "9:detailed", "15:summary"};
-    }
     void timerCadence()
     {
-        QFETCH(QList<bool>, visibility);
-        QFETCH(QStringList, expected);
-        QCOMPARE(cadence(visibility), expected);
-    }
-
-    void pairingReplacesRefreshesAndStillTracksVisibility()
-    {
-        FakeDaemon daemon(DaemonClient::socketPath());
-        daemon.setReplies({{"status", status},
-                           {"devices", devices},
-                           {"pair", {{"ok", true}, {"qr", "hk1:abc"}, {"expires_in", 60}}}});
-        FakeDesktop desktop;
-        desktop.visible = true;
-        AppModel model(desktop.environment());
-        model.startPairing();
-        QVERIFY(settle(model) && model.pairing());
-
-        QSignalSpy refreshes(&model, &AppModel::refreshStarted);
-        const int devicesBefore = countCommand(daemon, "devices");
-        for (int i = 0; i < 16; ++i) {
-            desktop.visible = i % 5 != 4; // opens and closes, crossing multiples of 3 and 15
-            model.tick();
-        }
-        QVERIFY(settle(model));
-        QCOMPARE(refreshes.count(), 0);
-        QCOMPARE(countCommand(daemon, "devices") - devicesBefore, 16); // one poll per tick
-
-        // The panel stayed open through the last ticks: closing the offer refreshes once, and
-        // the next tick (17, not a multiple of 3) is not taken for a fresh opening.
-        model.stopPairing();
-        QCOMPARE(refreshes.count(), 1);
-        model.tick();
-        QCOMPARE(refreshes.count(), 1);
+        // Hidden: every 15th tick, a summary.
+        QCOMPARE(cadence(45, 0), (QStringList{"15:summary", "30:summary", "45:summary"}));
+        // Visible: on opening, then on every 3rd tick of the global count.
+        QCOMPARE(cadence(0, 12), (QStringList{"1:detailed", "3:detailed", "6:detailed",
+                                              "9:detailed", "12:detailed"}));
+        QCOMPARE(cadence(6, 6), (QStringList{"7:detailed", "9:detailed", "12:detailed"}));
+        QCOMPARE(cadence(8, 2), QStringList{"9:detailed"}); // opening on a 3rd: once, not twice
+        QCOMPARE(cadence(0, 9, 7), (QStringList{"1:detailed", "3:detailed", "6:detailed",
+                                                "9:detailed", "15:summary"}));
     }
 
     void theTimerDrivesTicks()
@@ -120,68 +84,94 @@ private slots:
         settle(model);
     }
 
+    void pairingReplacesRefreshesAndStillTracksVisibility()
+    {
+        ScriptedDaemon daemon;
+        FakeDesktop desktop;
+        desktop.visible = true;
+        AppModel model(desktop.environment());
+        model.startPairing();
+        QVERIFY(settle(model) && model.pairing());
+
+        QSignalSpy refreshes(&model, &AppModel::refreshStarted);
+        const int devicesBefore = daemon.count("devices");
+        for (int i = 0; i < 16; ++i) {
+            desktop.visible = i % 5 != 4; // opens and closes, crossing multiples of 3 and 15
+            model.tick();
+        }
+        QVERIFY(settle(model));
+        QCOMPARE(refreshes.count(), 0);
+        QCOMPARE(daemon.count("devices") - devicesBefore, 16); // one poll per tick
+
+        // The panel stayed open through the last ticks: closing the offer refreshes once, and
+        // the next tick (17, not a multiple of 3) is not taken for a fresh opening.
+        model.stopPairing();
+        QCOMPARE(refreshes.count(), 1);
+        model.tick();
+        QCOMPARE(refreshes.count(), 1);
+        QVERIFY(settle(model));
+    }
+
     void refreshAppliesStatusThenListsOnlyWhenDetailed()
     {
-        FakeDaemon daemon(DaemonClient::socketPath());
-        daemon.setReplies({{"status", status}, {"devices", devices}, {"sessions", sessions}});
+        ScriptedDaemon daemon;
+        daemon.set([](ScriptedDaemon& d) {
+            d.devices = Json::array({phone("p1", "Pixel")});
+            d.sessions = Json::array({session("s1", "working"), session("s2", "ended")});
+        });
         FakeDesktop desktop;
         AppModel model(desktop.environment()); // hidden: the first refresh is a summary
         QVERIFY(settle(model));
-        QCOMPARE(model.status()->port, 8080);
+        QCOMPARE(model.status()->port, 7420);
         QVERIFY(model.devices().empty() && model.sessions().empty());
 
         Assignments order(model);
         model.refresh(true);
         QVERIFY(settle(model));
-        QCOMPARE(order.names, (QStringList{"status", "devices", "sessions"}));
+        QCOMPARE(order.take(), (QStringList{"status", "devices", "sessions"}));
         QCOMPARE(model.devices().at(0).name, "Pixel");
         QCOMPARE(model.sessions().size(), 2u);
 
         // A summary while the daemon answers: only the status is assigned; the lists stay.
-        daemon.setReplies(
-            {{"status", status}, {"devices", {{"ok", true}, {"devices", Json::array()}}}});
-        order.names.clear();
+        daemon.set([](ScriptedDaemon& d) { d.devices = Json::array(); });
         model.refresh(false);
         QVERIFY(settle(model));
-        QCOMPARE(order.names, QStringList{"status"});
-        QCOMPARE(model.devices().size(), 1u);
-        QCOMPARE(model.sessions().size(), 2u);
+        QCOMPARE(order.take(), QStringList{"status"});
+        QVERIFY(model.devices().size() == 1 && model.sessions().size() == 2);
 
-        // Sessions refused, malformed devices: status shown, both lists empty.
-        daemon.setReplies(
-            {{"status", status}, {"devices", {{"ok", true}, {"devices", Json::array({1})}}}});
+        // Malformed lists: status shown, both lists empty.
+        daemon.set([](ScriptedDaemon& d) {
+            d.devices = Json::array({1});
+            d.sessions = "none";
+        });
         model.refresh(true);
         QVERIFY(settle(model));
         QVERIFY(model.status() && model.devices().empty() && model.sessions().empty());
+
+        // "ok": false is no answer; a summary then empties the lists as a detailed refresh does.
+        daemon.set([](ScriptedDaemon& d) { d.running = false; });
+        order.take();
+        model.refresh(false);
+        QVERIFY(settle(model));
+        QCOMPARE(order.take(), (QStringList{"status", "devices", "sessions"}));
+        QVERIFY(!model.status() && model.devices().empty() && model.sessions().empty());
     }
 
-    void daemonThatStopsAnsweringAndComesBack()
+    void daemonThatGoesAwayAndComesBack()
     {
         FakeDesktop desktop;
         desktop.visible = true;
-        auto daemon = std::make_unique<FakeDaemon>(DaemonClient::socketPath());
-        daemon->setReplies({{"status", status}, {"devices", devices}, {"sessions", sessions}});
+        auto daemon = std::make_unique<ScriptedDaemon>();
+        daemon->set([](ScriptedDaemon& d) { d.sessions = Json::array({session("s", "working")}); });
         AppModel model(desktop.environment());
-        QVERIFY(settle(model) && model.status() && !model.sessions().empty());
-
-        // "ok": false is no answer; a summary empties the lists as a detailed refresh does.
-        daemon->setReplies({{"status", {{"ok", false}, {"name", "x"}}}});
-        Assignments order(model);
-        model.refresh(false);
-        QVERIFY(settle(model));
-        QCOMPARE(order.names, (QStringList{"status", "devices", "sessions"}));
-        QVERIFY(!model.status() && model.devices().empty() && model.sessions().empty());
-        QCOMPARE(model.menuBarSymbol(), "bell.slash");
-
+        QVERIFY(settle(model) && model.status() && model.sessions().size() == 1);
         daemon.reset(); // nobody listening any more
         model.refresh(true);
-        QVERIFY(settle(model) && !model.status());
-
-        daemon = std::make_unique<FakeDaemon>(DaemonClient::socketPath());
-        daemon->setReplies({{"status", status}, {"devices", devices}, {"sessions", sessions}});
+        QVERIFY(settle(model) && !model.status() && model.sessions().empty());
+        daemon = std::make_unique<ScriptedDaemon>();
+        daemon->set([](ScriptedDaemon& d) { d.sessions = Json::array({session("s", "working")}); });
         model.refresh();
-        QVERIFY(settle(model));
-        QVERIFY(model.status() && model.devices().size() == 1 && model.sessions().size() == 2);
+        QVERIFY(settle(model) && model.status() && model.sessions().size() == 1);
     }
 
     void everyAssignmentNotifiesAndLateLoadsStillApply()
@@ -213,36 +203,32 @@ private slots:
         QCOMPARE(model.status()->name, "older");
     }
 
-    void menuBarSymbol_data()
-    {
-        QTest::addColumn<Json>("statusReply");
-        QTest::addColumn<Json>("sessionList");
-        QTest::addColumn<QString>("symbol");
-        const Json waitingAmongOthers = {{{"state", "working"}}, {{"state", "waiting"}}};
-        QTest::newRow("no status") << Json{{"ok", false}} << waitingAmongOthers << "bell.slash";
-        QTest::newRow("pending") << Json{{"ok", true}, {"pending", 2}} << Json::array()
-                                 << "bell.badge";
-        QTest::newRow("a waiting session")
-            << Json{{"ok", true}} << waitingAmongOthers << "bell.badge";
-        QTest::newRow("Waiting, capitalised")
-            << Json{{"ok", true}, {"pending", -1}}
-            << Json{{{"state", "Waiting"}}, {{"state", "ended"}}} << "bell";
-        QTest::newRow("quiet") << Json{{"ok", true}} << Json::array() << "bell";
-    }
     void menuBarSymbol()
     {
-        QFETCH(Json, statusReply);
-        QFETCH(Json, sessionList);
-        FakeDaemon daemon(DaemonClient::socketPath());
-        daemon.setReplies({{"status", statusReply},
-                           {"devices", devices},
-                           {"sessions", {{"ok", true}, {"sessions", sessionList}}}});
-        FakeDesktop desktop;
-        desktop.visible = true;
-        AppModel model(desktop.environment());
-        QVERIFY(settle(model));
-        QFETCH(QString, symbol);
-        QCOMPARE(model.menuBarSymbol(), symbol);
+        struct Row
+        {
+            bool running;
+            int pending;
+            std::vector<const char*> states;
+            const char* symbol;
+        };
+        for (const Row& row :
+             {Row{false, 0, {"working", "waiting"}, "bell.slash"}, Row{true, 2, {}, "bell.badge"},
+              Row{true, 0, {"working", "waiting"}, "bell.badge"},
+              Row{true, -1, {"Waiting", "ended"}, "bell"}, Row{true, 0, {}, "bell"}}) {
+            ScriptedDaemon daemon;
+            daemon.set([&](ScriptedDaemon& d) {
+                d.running = row.running;
+                d.status["pending"] = row.pending;
+                for (const char* state : row.states)
+                    d.sessions.push_back(session("s", state));
+            });
+            FakeDesktop desktop;
+            desktop.visible = true;
+            AppModel model(desktop.environment());
+            QVERIFY(settle(model));
+            QCOMPARE(model.menuBarSymbol(), QString(row.symbol));
+        }
     }
 
     void mainThreadStaysFreeWhileTheDaemonHangs()
@@ -259,9 +245,8 @@ private slots:
         QTimer heartbeat;
         heartbeat.setInterval(10);
         connect(&heartbeat, &QTimer::timeout, [&] {
-            const qint64 t = clock.elapsed();
-            worstGap = std::max(worstGap, t - last);
-            last = t;
+            worstGap = std::max(worstGap, clock.elapsed() - last);
+            last = clock.elapsed();
             ++firings;
         });
         clock.start();

@@ -79,6 +79,14 @@ std::vector<std::string> FakeDaemon::requests() const
     return requests_;
 }
 
+int FakeDaemon::count(const std::string& cmd) const
+{
+    int n = 0;
+    for (const std::string& line : requests())
+        n += commandOf(line) == cmd;
+    return n;
+}
+
 std::string FakeDaemon::commandOf(const std::string& requestLine)
 {
     const Json request = parseStrict(requestLine);

@@ -49,6 +49,7 @@ public:
     void setReplies(std::vector<std::pair<std::string, Json>> replies);
 
     std::vector<std::string> requests() const; // request lines received, newline included
+    int count(const std::string& cmd) const;   // requests received with that "cmd"
     int connections() const { return connections_.load(); }
     const std::string& path() const { return path_; }
 

@@ -1,7 +1,9 @@
 #pragma once
 
-#include <QString>
+#include <QDir>
 #include <QTemporaryDir>
+
+#include <stdexcept>
 
 namespace harkline::test {
 
@@ -10,8 +12,18 @@ namespace harkline::test {
 class TestHome
 {
 public:
-    TestHome();
-    ~TestHome();
+    TestHome() : oldHome_(qgetenv("HOME"))
+    {
+        if (!dir_.isValid())
+            throw std::runtime_error("no temporary directory for the test home");
+        const QString home = dir_.path();
+        qputenv("HOME", home.toUtf8());
+        qputenv("XDG_CONFIG_HOME", (home + "/.config").toUtf8());
+        qputenv("XDG_STATE_HOME", (home + "/.local/state").toUtf8());
+        qputenv("XDG_DATA_HOME", (home + "/.local/share").toUtf8());
+        QDir().mkpath(home + "/.local/state/harkline");
+    }
+    ~TestHome() { qputenv("HOME", oldHome_); }
     QString path() const { return dir_.path(); }
 
 private:

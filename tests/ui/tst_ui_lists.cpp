@@ -1,12 +1,12 @@
 // The phones section (confirmation in place, pairing button) and the sessions list (rows, their
 // detail line and badge, unfolding by id).
 
+#include "ModelKit.h"
 #include "PhoneRow.h"
 #include "PhonesView.h"
 #include "RelativeTime.h"
 #include "SessionRow.h"
 #include "SessionsView.h"
-#include "UiTestKit.h"
 
 #include <QLabel>
 #include <QPushButton>
@@ -15,7 +15,6 @@
 using namespace harkline;
 using namespace harkline::test;
 using namespace harkline::ui;
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -37,9 +36,7 @@ private slots:
         UiFixture f;
         PhonesView view(f.model.get());
         QVERIFY(view.emptyText()->isVisibleTo(&view));
-        QCOMPARE(view.emptyText()->text(), QString("No phone paired yet."));
         QCOMPARE(view.rowCount(), 0);
-        QCOMPARE(view.pairButton()->text(), QString("Pair a Phone…"));
 
         f.daemon.set([](ScriptedDaemon& d) {
             d.devices = Json::array({phone("p1", "<i>Pixel</i>"), phone("p2", "Léa’s iPhone")});
@@ -49,13 +46,11 @@ private slots:
         QCOMPARE(view.rowCount(), 2);
         QCOMPARE(view.rowAt(0)->nameText(), QString("<i>Pixel</i>"));
         QCOMPARE(view.rowAt(1)->nameText(), QString("Léa’s iPhone"));
-        QCOMPARE(view.rowAt(0)->pairedText(), QString("Paired 1 hr. ago"));
-        QCOMPARE(view.rowAt(0)->trashButton()->toolTip(), QString("Unpair this phone"));
-        saveShot(&view, "phones");
-
+        QCOMPARE(view.rowAt(0)->pairedText(),
+                 "Paired " + relativeTimePhrase(f.model->devices().at(0).paired));
         view.pairButton()->click();
         QVERIFY(settle(*f.model));
-        QCOMPARE(countCommand(f.daemon.daemon, "pair"), 1);
+        QCOMPARE(f.daemon.count("pair"), 1);
     }
 
     void unpairingIsConfirmedInPlace()
@@ -80,13 +75,11 @@ private slots:
         QVERIFY(view.row("p1")->cancelButton()->isVisible());
         QVERIFY(view.row("p1")->removeButton()->isVisible());
         QVERIFY(!view.row("p1")->trashButton()->isVisible());
-        saveShot(&view, "phones-confirm");
-
         view.row("p2")->trashButton()->click(); // the confirmation moves
         QCOMPARE(confirming(), QStringList{"p2"});
         view.row("p2")->cancelButton()->click();
         QCOMPARE(confirming(), QStringList());
-        QCOMPARE(countCommand(f.daemon.daemon, "revoke"), 0);
+        QCOMPARE(f.daemon.count("revoke"), 0);
 
         // "Remove" closes the confirmation before the daemon answers; the row stays until the
         // list without it arrives.
@@ -95,13 +88,8 @@ private slots:
         QCOMPARE(confirming(), QStringList());
         QVERIFY(view.row("p1"));
         QVERIFY(settle(*f.model));
-        QCOMPARE(countCommand(f.daemon.daemon, "revoke"), 1);
-        QVERIFY(f.daemon.daemon.requests().size() > 0);
-        bool named = false;
-        for (const std::string& line : f.daemon.daemon.requests())
-            named |=
-                FakeDaemon::commandOf(line) == "revoke" && line.find("p1") != std::string::npos;
-        QVERIFY(named);
+        const auto sent = f.daemon.daemon.requests();
+        QCOMPARE(std::count(sent.begin(), sent.end(), "{\"cmd\":\"revoke\",\"id\":\"p1\"}\n"), 1);
 
         // A confirmation follows the phone's id through a reload that reorders the list.
         view.row("p2")->trashButton()->click();
@@ -113,47 +101,24 @@ private slots:
         QVERIFY(!view.row("p1"));
     }
 
-    void sessionRows_data()
-    {
-        QTest::addColumn<QString>("state");
-        QTest::addColumn<QString>("badge");
-        QTest::newRow("working") << "working"
-                                 << "Working";
-        QTest::newRow("waiting") << "waiting"
-                                 << "Needs you";
-        QTest::newRow("ended") << "ended"
-                               << "Closed";
-        QTest::newRow("capital") << "Waiting"
-                                 << "Finished";
-        QTest::newRow("unknown") << "idle"
-                                 << "Finished";
-        QTest::newRow("empty") << ""
-                               << "Finished";
-    }
-
-    void sessionRows()
-    {
-        QFETCH(QString, state);
-        SessionsView view;
-        view.setSessions({record("a", state.toUtf8().constData())});
-        QTEST(view.rowAt(0)->badgeText(), "badge");
-        QVERIFY(!view.emptyText()->isVisibleTo(&view));
-    }
-
-    void detailLine()
+    void sessionRowsBadgeAndDetail()
     {
         SessionsView view;
+        for (const auto& [state, badge] :
+             {std::pair{"working", "Working"}, std::pair{"waiting", "Needs you"},
+              std::pair{"ended", "Closed"}, std::pair{"Waiting", "Finished"},
+              std::pair{"", "Finished"}}) {
+            view.setSessions({record("a", state)});
+            QCOMPARE(view.rowAt(0)->badgeText(), QString(badge));
+        }
+
         ClaudeSession plain = record("a", "working", "", "harkline");
         ClaudeSession busy = record("b", "waiting", "<b>Fix</b> it", "");
         busy.listening = true;
         busy.queued = 3;
         ClaudeSession one = record("c", "ended", "T", "p");
         one.queued = 1;
-        ClaudeSession none = record("d", "ended", "T", "p");
-        none.queued = 0;
-        none.listening = true;
-        view.setSessions({plain, busy, one, none});
-
+        view.setSessions({plain, busy, one});
         const QString ago = relativeTimePhrase(plain.lastActive);
         // Title falls back to the project, which also leads the detail.
         QCOMPARE(view.row("a")->titleText(), QString("harkline"));
@@ -162,22 +127,26 @@ private slots:
         QCOMPARE(view.row("b")->titleText(), QString("<b>Fix</b> it"));
         QCOMPARE(view.row("b")->detailText(), " · " + ago + " · phone can reply · 3 queued");
         QCOMPARE(view.row("c")->detailText(), "p · " + ago + " · 1 queued");
-        QCOMPARE(view.row("d")->detailText(), "p · " + ago + " · phone can reply");
-        QCOMPARE(view.row("a")->accessibleName(), QString("harkline"));
     }
 
-    void emptyList()
+    void rowsAreKeptByIdAndEmptyListSaysSo()
     {
         SessionsView view;
         view.setSessions({});
         QVERIFY(view.emptyText()->isVisibleTo(&view));
-        QCOMPARE(
-            view.emptyText()->text(),
-            QString("No Claude Code sessions yet. They appear after the next prompt or reply."));
-        view.setSessions({record("a", "working")});
+        view.setSessions({record("a", "working"), record("b", "ended")});
         QVERIFY(!view.emptyText()->isVisibleTo(&view));
+        SessionRow* a = view.row("a");
+        SessionRow* b = view.row("b");
+        view.setSessions({record("b", "waiting"), record("a", "working")});
+        QCOMPARE(view.row("a"), a);
+        QCOMPARE(view.rowAt(0), b);
+        QCOMPARE(b->badgeText(), QString("Needs you"));
+        // Repeated ids (not sent by a sane daemon) still get a row each, and none is left over.
+        view.setSessions({record("x", "working"), record("x", "ended")});
+        QCOMPARE(view.findChildren<SessionRow*>().size(), 2);
         view.setSessions({});
-        QCOMPARE(view.rowCount(), 0);
+        QCOMPARE(view.findChildren<SessionRow*>().size(), 0);
         QVERIFY(view.emptyText()->isVisibleTo(&view));
     }
 
@@ -197,16 +166,14 @@ private slots:
         SessionRow* rowA = view.row("a");
         QTest::mouseClick(rowA, Qt::LeftButton, {}, QPoint(rowA->width() - 70, 3));
         QCOMPARE(view.expanded(), std::optional<std::string>("a"));
-        QVERIFY(rowA->expanded());
         QCOMPARE(rowA->shownLastText(), QString::fromStdString(a.lastText));
-        QVERIFY(view.row("a")->height() > folded + 2 * rowA->fontMetrics().height());
-        saveShot(&view, "sessions-unfolded");
+        QVERIFY(rowA->height() > folded + 2 * rowA->fontMetrics().height());
 
         view.row("b")->setFocus();
         QTest::keyClick(view.row("b"), Qt::Key_Space); // another row: the first folds
         QCOMPARE(view.expanded(), std::optional<std::string>("b"));
-        QVERIFY(!view.row("a")->expanded());
-        QCOMPARE(view.row("a")->height(), folded);
+        QVERIFY(!rowA->expanded());
+        QCOMPARE(rowA->height(), folded);
         QTest::mouseClick(view.row("b"), Qt::LeftButton);
         QCOMPARE(view.expanded(), std::nullopt);
 
@@ -220,29 +187,8 @@ private slots:
         view.setSessions({c, b, a});
         QVERIFY(view.row("a")->expanded());
         view.setSessions({b});
-        QCOMPARE(view.expanded(), std::optional<std::string>("a"));
         view.setSessions({a, b});
         QVERIFY(view.row("a")->expanded());
-    }
-
-    void rowsAreKeptById()
-    {
-        SessionsView view;
-        view.setSessions({record("a", "working"), record("b", "ended")});
-        SessionRow* a = view.row("a");
-        SessionRow* b = view.row("b");
-        ClaudeSession changed = record("b", "waiting");
-        view.setSessions({changed, record("a", "working")});
-        QCOMPARE(view.row("a"), a);
-        QCOMPARE(view.row("b"), b);
-        QCOMPARE(view.rowAt(0), b);
-        QCOMPARE(b->badgeText(), QString("Needs you"));
-        // Repeated ids (not sent by a sane daemon) still get a row each, and none is left over.
-        view.setSessions({record("x", "working"), record("x", "ended")});
-        QCOMPARE(view.rowCount(), 2);
-        QCOMPARE(view.findChildren<SessionRow*>().size(), 2);
-        view.setSessions({});
-        QCOMPARE(view.findChildren<SessionRow*>().size(), 0);
     }
 };
 

@@ -2,11 +2,9 @@
 // host of our own: it registers its item also when the host comes late, its icon follows the
 // daemon, and activating the item opens the panel, which asks for a detailed refresh.
 
-#include "DaemonClient.h"
-#include "FakeDaemon.h"
 #include "Looks.h"
+#include "ModelKit.h"
 #include "SniWatcher.h"
-#include "TestHome.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -17,39 +15,31 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
-#include <QTest>
-
-#include <mutex>
 
 using namespace harkline;
 using namespace harkline::test;
 
 namespace {
 
-struct SniPixmap
+// The first image of an IconPixmap property: (width, height, ARGB bytes in network order).
+QImage firstPixmap(const QDBusArgument& arg)
 {
-    int width = 0;
-    int height = 0;
-    QByteArray argb; // network byte order
-};
-
-const QDBusArgument& operator>>(const QDBusArgument& arg, SniPixmap& pixmap)
-{
-    arg.beginStructure();
-    arg >> pixmap.width >> pixmap.height >> pixmap.argb;
-    arg.endStructure();
-    return arg;
-}
-
-QImage toImage(const SniPixmap& pixmap)
-{
-    QImage image(pixmap.width, pixmap.height, QImage::Format_ARGB32);
-    const auto* bytes = reinterpret_cast<const uchar*>(pixmap.argb.constData());
-    for (int y = 0; y < pixmap.height; ++y)
-        for (int x = 0; x < pixmap.width; ++x) {
-            const uchar* p = bytes + 4 * (y * pixmap.width + x);
-            image.setPixel(x, y, qRgba(p[1], p[2], p[3], p[0]));
-        }
+    QImage image;
+    arg.beginArray();
+    while (!arg.atEnd()) {
+        int width = 0, height = 0;
+        QByteArray argb;
+        arg.beginStructure();
+        arg >> width >> height >> argb;
+        arg.endStructure();
+        if (!image.isNull() || argb.size() < 4 * width * height)
+            continue;
+        image = QImage(width, height, QImage::Format_ARGB32);
+        const auto* p = reinterpret_cast<const uchar*>(argb.constData());
+        for (int i = 0; i < width * height; ++i, p += 4)
+            image.setPixel(i % width, i / width, qRgba(p[1], p[2], p[3], p[0]));
+    }
+    arg.endArray();
     return image;
 }
 
@@ -58,8 +48,7 @@ QString bellIn(const QImage& image)
 {
     QString best;
     qint64 bestDistance = -1;
-    for (const QString& name :
-         {QStringLiteral("bell"), QStringLiteral("bell.badge"), QStringLiteral("bell.slash")}) {
+    for (const char* name : {"bell", "bell.badge", "bell.slash"}) {
         const QImage expected = ui::looks::traySymbol(name)
                                     .pixmap(image.size())
                                     .toImage()
@@ -69,27 +58,25 @@ QString bellIn(const QImage& image)
             for (int x = 0; x < image.width(); ++x)
                 distance += std::abs(qAlpha(image.pixel(x, y)) - qAlpha(expected.pixel(x, y))) +
                             std::abs(qGray(image.pixel(x, y)) - qGray(expected.pixel(x, y)));
-        if (bestDistance < 0 || distance < bestDistance) {
-            bestDistance = distance;
-            best = name;
-        }
+        if (bestDistance < 0 || distance < bestDistance)
+            bestDistance = distance, best = name;
     }
     return best;
 }
 
-// Starts a program and keeps it until the end of the test; killed and reaped on the way out.
+// A program kept until the end of the test; stopped and reaped on the way out.
 struct Child
 {
     QProcess process;
     ~Child() { stop(); }
     void stop()
     {
-        if (process.state() != QProcess::NotRunning) {
-            process.terminate();
-            if (!process.waitForFinished(3000)) {
-                process.kill();
-                process.waitForFinished(3000);
-            }
+        if (process.state() == QProcess::NotRunning)
+            return;
+        process.terminate();
+        if (!process.waitForFinished(3000)) {
+            process.kill();
+            process.waitForFinished(3000);
         }
     }
 };
@@ -106,7 +93,7 @@ class TrayTest : public QObject
     QString m_display;
     QString m_busAddress;
 
-    QProcessEnvironment companionEnvironment()
+    void startCompanion(Child& companion)
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.remove("QT_QPA_PLATFORM");
@@ -118,38 +105,31 @@ class TrayTest : public QObject
         QFile::setPermissions(runtime, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                            QFileDevice::ExeOwner);
         env.insert("XDG_RUNTIME_DIR", runtime);
-        return env;
+        companion.process.setProcessEnvironment(env);
+        companion.process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        companion.process.start(HARKLINE_MENUBAR);
+        QVERIFY(companion.process.waitForStarted());
     }
 
     // The item's property, read over the bus.
-    QVariant itemProperty(QDBusConnection& bus, const SniWatcher::Item& item, const QString& name)
+    static QVariant property(QDBusConnection& bus, const SniWatcher::Item& item, const char* name)
     {
         QDBusMessage get = QDBusMessage::createMethodCall(item.service, item.path,
                                                           "org.freedesktop.DBus.Properties", "Get");
-        get << QStringLiteral("org.kde.StatusNotifierItem") << name;
+        get << QStringLiteral("org.kde.StatusNotifierItem") << QString(name);
         const QDBusMessage reply = bus.call(get, QDBus::Block, 2000);
         if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
             return {};
         return reply.arguments().at(0).value<QDBusVariant>().variant();
     }
 
-    QString shownBell(QDBusConnection& bus, const SniWatcher::Item& item)
+    static QString shownBell(QDBusConnection& bus, const SniWatcher::Item& item)
     {
-        const QVariant value = itemProperty(bus, item, "IconPixmap");
+        const QVariant value = property(bus, item, "IconPixmap");
         if (!value.canConvert<QDBusArgument>())
             return {};
-        const QDBusArgument arg = value.value<QDBusArgument>();
-        QList<SniPixmap> pixmaps;
-        arg.beginArray();
-        while (!arg.atEnd()) {
-            SniPixmap p;
-            arg >> p;
-            pixmaps << p;
-        }
-        arg.endArray();
-        if (pixmaps.isEmpty())
-            return {};
-        return bellIn(toImage(pixmaps.first()));
+        const QImage image = firstPixmap(value.value<QDBusArgument>());
+        return image.isNull() ? QString() : bellIn(image);
     }
 
 private slots:
@@ -183,33 +163,15 @@ private slots:
     void registersWithHostsEarlyAndLate()
     {
         TestHome home;
-        FakeDaemon daemon(DaemonClient::socketPath());
-        std::mutex mutex;
-        Json status = {{"ok", true}, {"name", "harkline"}, {"port", 7420}, {"pending", 0}};
-        bool running = true;
-        daemon.setHandler([&](const std::string& line) {
-            const std::lock_guard lock(mutex);
-            const std::string cmd = FakeDaemon::commandOf(line);
-            if (!running)
-                return FakeDaemon::Script::answer({{"ok", false}});
-            if (cmd == "status")
-                return FakeDaemon::Script::answer(status);
-            return FakeDaemon::Script::answer(
-                {{"ok", true}, {"devices", Json::array()}, {"sessions", Json::array()}});
-        });
-        const QProcessEnvironment env = companionEnvironment();
+        ScriptedDaemon daemon;
 
         // A host that is there before the companion.
         {
             QDBusConnection bus = QDBusConnection::connectToBus(m_busAddress, "early");
-            QVERIFY(bus.isConnected());
             SniWatcher watcher;
             QVERIFY(watcher.publish(bus));
             Child companion;
-            companion.process.setProcessEnvironment(env);
-            companion.process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-            companion.process.start(HARKLINE_MENUBAR);
-            QVERIFY(companion.process.waitForStarted());
+            startCompanion(companion);
             QVERIFY(QTest::qWaitFor([&] { return !watcher.registered().isEmpty(); }, 10000));
             companion.stop();
             bus.unregisterService("org.kde.StatusNotifierWatcher");
@@ -219,10 +181,7 @@ private slots:
 
         // A host that comes up after the companion: the icon appears without a restart.
         Child companion;
-        companion.process.setProcessEnvironment(env);
-        companion.process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        companion.process.start(HARKLINE_MENUBAR);
-        QVERIFY(companion.process.waitForStarted());
+        startCompanion(companion);
         QTest::qWait(1500);
         QDBusConnection bus = QDBusConnection::connectToBus(m_busAddress, "late");
         SniWatcher watcher;
@@ -232,29 +191,22 @@ private slots:
 
         // Quiet daemon, panel closed: "bell", from summary refreshes only.
         QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell"; }, 10000));
-        QCOMPARE(itemProperty(bus, item, "Title").toString(), QString("harkline-menubar"));
-        QCOMPARE(countCommand(daemon, "sessions"), 0);
+        QCOMPARE(property(bus, item, "Title").toString(), QString("harkline-menubar"));
+        QCOMPARE(daemon.count("sessions"), 0);
 
         // Activating the item opens the panel, and the panel asks for the whole picture.
         QDBusMessage activate = QDBusMessage::createMethodCall(
             item.service, item.path, "org.kde.StatusNotifierItem", "Activate");
         activate << 640 << 10;
         QCOMPARE(bus.call(activate, QDBus::Block, 2000).type(), QDBusMessage::ReplyMessage);
-        QVERIFY(QTest::qWaitFor([&] { return countCommand(daemon, "sessions") >= 1; }, 5000));
-        QVERIFY(countCommand(daemon, "devices") >= 1);
+        QVERIFY(QTest::qWaitFor([&] { return daemon.count("sessions") >= 1; }, 5000));
+        QVERIFY(daemon.count("devices") >= 1);
 
         // While the panel is open the icon follows the daemon within a refresh or two.
-        {
-            const std::lock_guard lock(mutex);
-            status["pending"] = 2;
-        }
+        daemon.set([](ScriptedDaemon& d) { d.status["pending"] = 2; });
         QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell.badge"; }, 10000));
-        {
-            const std::lock_guard lock(mutex);
-            running = false;
-        }
+        daemon.set([](ScriptedDaemon& d) { d.running = false; });
         QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell.slash"; }, 10000));
-        QCOMPARE(itemProperty(bus, item, "ToolTip").isValid(), true);
 
         companion.stop();
         QCOMPARE(companion.process.exitStatus(), QProcess::NormalExit);
@@ -265,15 +217,6 @@ private slots:
     {
         m_bus.stop();
         m_xvfb.stop();
-    }
-
-private:
-    static int countCommand(const FakeDaemon& daemon, const std::string& cmd)
-    {
-        int n = 0;
-        for (const std::string& line : daemon.requests())
-            n += FakeDaemon::commandOf(line) == cmd;
-        return n;
     }
 };
 
