@@ -2,6 +2,7 @@
 // daemon that goes away and comes back, the status symbol, and a main thread that never waits.
 
 #include "ModelKit.h"
+#include "StatusSymbol.h"
 
 #include <QElapsedTimer>
 #include <QTimer>
@@ -69,19 +70,6 @@ private slots:
         QCOMPARE(cadence(8, 2), QStringList{"9:detailed"}); // opening on a 3rd: once, not twice
         QCOMPARE(cadence(0, 9, 7), (QStringList{"1:detailed", "3:detailed", "6:detailed",
                                                 "9:detailed", "15:summary"}));
-    }
-
-    void theTimerDrivesTicks()
-    {
-        FakeDesktop desktop;
-        desktop.visible = true;
-        auto env = desktop.environment();
-        env.tickInterval = std::chrono::milliseconds(10);
-        AppModel model(env);
-        QSignalSpy refreshes(&model, &AppModel::refreshStarted);
-        QVERIFY(refreshes.wait(2000)); // the opening tick, with nobody calling tick()
-        QCOMPARE(refreshes.first().first().toBool(), true);
-        settle(model);
     }
 
     void pairingReplacesRefreshesAndStillTracksVisibility()
@@ -157,23 +145,6 @@ private slots:
         QVERIFY(!model.status() && model.devices().empty() && model.sessions().empty());
     }
 
-    void daemonThatGoesAwayAndComesBack()
-    {
-        FakeDesktop desktop;
-        desktop.visible = true;
-        auto daemon = std::make_unique<ScriptedDaemon>();
-        daemon->set([](ScriptedDaemon& d) { d.sessions = Json::array({session("s", "working")}); });
-        AppModel model(desktop.environment());
-        QVERIFY(settle(model) && model.status() && model.sessions().size() == 1);
-        daemon.reset(); // nobody listening any more
-        model.refresh(true);
-        QVERIFY(settle(model) && !model.status() && model.sessions().empty());
-        daemon = std::make_unique<ScriptedDaemon>();
-        daemon->set([](ScriptedDaemon& d) { d.sessions = Json::array({session("s", "working")}); });
-        model.refresh();
-        QVERIFY(settle(model) && model.status() && model.sessions().size() == 1);
-    }
-
     void everyAssignmentNotifiesAndLateLoadsStillApply()
     {
         FakeDaemon daemon(DaemonClient::socketPath());
@@ -205,30 +176,21 @@ private slots:
 
     void menuBarSymbol()
     {
-        struct Row
-        {
-            bool running;
-            int pending;
-            std::vector<const char*> states;
-            const char* symbol;
+        DaemonStatus pending;
+        pending.pending = 2;
+        DaemonStatus negative;
+        negative.pending = -1;
+        const auto sessions = [](std::initializer_list<const char*> states) {
+            std::vector<ClaudeSession> list;
+            for (const char* state : states)
+                list.push_back(ClaudeSession(session("s", state)));
+            return list;
         };
-        for (const Row& row :
-             {Row{false, 0, {"working", "waiting"}, "bell.slash"}, Row{true, 2, {}, "bell.badge"},
-              Row{true, 0, {"working", "waiting"}, "bell.badge"},
-              Row{true, -1, {"Waiting", "ended"}, "bell"}, Row{true, 0, {}, "bell"}}) {
-            ScriptedDaemon daemon;
-            daemon.set([&](ScriptedDaemon& d) {
-                d.running = row.running;
-                d.status["pending"] = row.pending;
-                for (const char* state : row.states)
-                    d.sessions.push_back(session("s", state));
-            });
-            FakeDesktop desktop;
-            desktop.visible = true;
-            AppModel model(desktop.environment());
-            QVERIFY(settle(model));
-            QCOMPARE(model.menuBarSymbol(), QString(row.symbol));
-        }
+        QCOMPARE(statusSymbol(std::nullopt, sessions({"waiting"})), "bell.slash");
+        QCOMPARE(statusSymbol(pending, {}), "bell.badge");
+        QCOMPARE(statusSymbol(DaemonStatus(), sessions({"working", "waiting"})), "bell.badge");
+        QCOMPARE(statusSymbol(negative, sessions({"Waiting", "ended"})), "bell");
+        QCOMPARE(statusSymbol(DaemonStatus(), {}), "bell");
     }
 
     void mainThreadStaysFreeWhileTheDaemonHangs()

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
 #include <stdexcept>
@@ -11,18 +10,6 @@
 #include <unistd.h>
 
 namespace harkline::test {
-
-FakeDaemon::Script FakeDaemon::Script::answer(const Json& reply)
-{
-    return bytes(reply.dump() + "\n");
-}
-
-FakeDaemon::Script FakeDaemon::Script::bytes(std::string raw)
-{
-    Script script;
-    script.chunks.push_back(std::move(raw));
-    return script;
-}
 
 FakeDaemon::FakeDaemon(std::string path) : path_(std::move(path))
 {
@@ -36,23 +23,30 @@ FakeDaemon::FakeDaemon(std::string path) : path_(std::move(path))
     std::memcpy(address.sun_path, path_.data(), path_.size());
     if (listenFd_ < 0 ||
         ::bind(listenFd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listenFd_, 64) != 0 || ::pipe2(wakePipe_, O_CLOEXEC) != 0)
+        ::listen(listenFd_, 64) != 0)
         throw std::runtime_error("fake daemon cannot listen at " + path_ + ": " +
                                  std::strerror(errno));
     handler_ = [](const std::string&) { return Script::answer({{"ok", true}}); };
-    acceptor_ = std::thread([this] { acceptLoop(); });
+    acceptor_ = std::thread([this] {
+        while (!stopping_) { // the destructor shuts the socket down, which ends accept()
+            const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd < 0)
+                continue;
+            ++connections_;
+            const std::lock_guard lock(mutex_);
+            workers_.emplace_back([this, fd] { serve(fd); });
+        }
+    });
 }
 
 FakeDaemon::~FakeDaemon()
 {
     stopping_ = true;
-    (void)!::write(wakePipe_[1], "x", 1);
+    ::shutdown(listenFd_, SHUT_RDWR);
     acceptor_.join();
     for (std::thread& worker : workers_)
         worker.join();
     ::close(listenFd_);
-    ::close(wakePipe_[0]);
-    ::close(wakePipe_[1]);
     ::unlink(path_.c_str());
 }
 
@@ -65,9 +59,8 @@ void FakeDaemon::setHandler(Handler handler)
 void FakeDaemon::setReplies(std::vector<std::pair<std::string, Json>> replies)
 {
     setHandler([replies = std::move(replies)](const std::string& line) {
-        const std::string cmd = commandOf(line);
         for (const auto& [name, reply] : replies)
-            if (name == cmd)
+            if (name == commandOf(line))
                 return Script::answer(reply);
         return Script::answer({{"ok", false}});
     });
@@ -94,30 +87,16 @@ std::string FakeDaemon::commandOf(const std::string& requestLine)
     return cmd && cmd->is_string() ? cmd->get<std::string>() : std::string();
 }
 
-void FakeDaemon::acceptLoop()
+bool FakeDaemon::waitForEnd(int fd, int ms) const
 {
-    for (;;) {
-        pollfd fds[2] = {{listenFd_, POLLIN, 0}, {wakePipe_[0], POLLIN, 0}};
-        if (::poll(fds, 2, -1) < 0 && errno != EINTR)
-            return;
-        if (stopping_)
-            return;
-        if (!(fds[0].revents & POLLIN))
-            continue;
-        const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd < 0)
-            continue;
-        ++connections_;
-        const std::lock_guard lock(mutex_);
-        workers_.emplace_back([this, fd] { serve(fd); });
+    for (int waited = 0; !stopping_; waited += 20) {
+        pollfd end{fd, POLLIN | POLLRDHUP, 0};
+        if (::poll(&end, 1, std::min(20, ms - waited)) > 0)
+            return true;
+        if (waited >= ms)
+            return false;
     }
-}
-
-// Waits up to `ms` for the client to close or the fake to stop; true when either happened.
-static bool waitForEnd(int fd, int wakeFd, int ms)
-{
-    pollfd fds[2] = {{fd, POLLIN | POLLRDHUP, 0}, {wakeFd, POLLIN, 0}};
-    return ::poll(fds, 2, ms) > 0;
+    return true;
 }
 
 void FakeDaemon::serve(int fd)
@@ -127,31 +106,31 @@ void FakeDaemon::serve(int fd)
         return;
     }
     std::string line;
+    char buffer[4096];
+    for (int waited = 0; line.find('\n') == std::string::npos && !stopping_ && waited < 5000;) {
+        pollfd in{fd, POLLIN, 0};
+        if (::poll(&in, 1, 20) == 0) {
+            waited += 20;
+            continue;
+        }
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n <= 0)
+            break;
+        line.append(buffer, static_cast<std::size_t>(n));
+    }
     Script script;
     {
-        char buffer[4096];
-        pollfd fds[2] = {{fd, POLLIN, 0}, {wakePipe_[0], POLLIN, 0}};
-        while (line.find('\n') == std::string::npos && !stopping_) {
-            if (::poll(fds, 2, 5000) <= 0 || (fds[1].revents & POLLIN))
-                break;
-            const ssize_t n = ::read(fd, buffer, sizeof buffer);
-            if (n <= 0)
-                break;
-            line.append(buffer, static_cast<std::size_t>(n));
-        }
         const std::lock_guard lock(mutex_);
         requests_.push_back(line);
         script = handler_(line);
     }
     for (std::size_t i = 0; i < script.chunks.size() && !stopping_; ++i) {
-        if (i > 0 && script.gap.count() > 0 &&
-            waitForEnd(fd, wakePipe_[0], static_cast<int>(script.gap.count())))
+        if (i > 0 && script.gap.count() > 0 && waitForEnd(fd, int(script.gap.count())))
             break;
-        const std::string& chunk = script.chunks[i];
-        if (::send(fd, chunk.data(), chunk.size(), MSG_NOSIGNAL) < 0)
+        if (::send(fd, script.chunks[i].data(), script.chunks[i].size(), MSG_NOSIGNAL) < 0)
             break;
     }
-    while (script.hang && !stopping_ && !waitForEnd(fd, wakePipe_[0], 1000)) {
+    while (script.hang && !waitForEnd(fd, 1000)) {
     }
     ::close(fd);
 }

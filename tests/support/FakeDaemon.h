@@ -21,48 +21,36 @@ public:
     {
         std::vector<std::string> chunks;  // written one write each, in order
         std::chrono::milliseconds gap{0}; // pause between chunks
-        bool hang = false;                // after the chunks, keep the connection open
-                                          // until the fake stops (or the client closes)
-
-        static Script answer(const Json& reply); // compact JSON + newline, one write
-        static Script bytes(std::string raw);
+        bool hang = false; // then keep the connection open until the fake stops or the client
+                           // closes
+        static Script answer(const Json& reply) { return bytes(reply.dump() + "\n"); }
+        static Script bytes(std::string raw) { return {{std::move(raw)}}; }
         static Script closeWithoutAnswer() { return {}; }
-        static Script never()
-        {
-            Script script;
-            script.hang = true;
-            return script;
-        }
+        static Script never() { return {{}, {}, true}; }
     };
     using Handler = std::function<Script(const std::string& requestLine)>;
 
     // Listens at `path` (made with its folders); replaces whatever file stood there.
     explicit FakeDaemon(std::string path);
     ~FakeDaemon();
-    FakeDaemon(const FakeDaemon&) = delete;
-    FakeDaemon& operator=(const FakeDaemon&) = delete;
 
     void setHandler(Handler handler);
-    // Accept connections and close them at once, before reading the request.
-    void setCloseBeforeRead(bool on) { closeBeforeRead_ = on; }
     // Answer each command from a table of replies; a command not in the table gets "ok": false.
     void setReplies(std::vector<std::pair<std::string, Json>> replies);
+    // Accept connections and close them at once, before reading the request.
+    void setCloseBeforeRead(bool on) { closeBeforeRead_ = on; }
 
     std::vector<std::string> requests() const; // request lines received, newline included
     int count(const std::string& cmd) const;   // requests received with that "cmd"
-    int connections() const { return connections_.load(); }
-    const std::string& path() const { return path_; }
-
-    // The "cmd" member of a request line, empty when it has none.
-    static std::string commandOf(const std::string& requestLine);
+    int connections() const { return connections_; }
+    static std::string commandOf(const std::string& requestLine); // "cmd", or empty
 
 private:
-    void acceptLoop();
     void serve(int fd);
+    bool waitForEnd(int fd, int ms) const; // true when the client closed or the fake stops
 
     std::string path_;
     int listenFd_ = -1;
-    int wakePipe_[2] = {-1, -1};
     std::atomic<bool> stopping_{false};
     std::atomic<bool> closeBeforeRead_{false};
     std::atomic<int> connections_{0};

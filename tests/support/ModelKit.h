@@ -100,13 +100,12 @@ struct FakeDesktop
     }
 };
 
-// Waits until every task the model started has applied its result.
 inline bool settle(const AppModel& model, int timeoutMs = 8000)
 {
     return QTest::qWaitFor([&] { return model.tasksInFlight() == 0; }, timeoutMs);
 }
 
-// A reply that arrives `delay` after the request: the first byte at once, the rest later.
+// A reply whose first byte comes at once, the rest after `delay`.
 inline FakeDaemon::Script slowAnswer(const Json& reply, std::chrono::milliseconds delay)
 {
     const std::string text = reply.dump() + "\n";
@@ -160,21 +159,14 @@ struct ScriptedDaemon
         daemon.setHandler([this](const std::string& line) {
             const std::lock_guard lock(mutex);
             const std::string cmd = FakeDaemon::commandOf(line);
-            using Script = FakeDaemon::Script;
-            if (!running)
-                return Script::answer({{"ok", false}});
-            if (cmd == "status")
-                return Script::answer(status);
-            if (cmd == "devices") {
-                const Json reply{{"ok", true}, {"devices", devices}};
-                return slowDevices ? slowAnswer(reply, std::chrono::milliseconds(500))
-                                   : Script::answer(reply);
-            }
-            if (cmd == "sessions")
-                return Script::answer({{"ok", true}, {"sessions", sessions}});
-            if (cmd == "pair")
-                return Script::answer(pair);
-            return Script::answer({{"ok", true}});
+            Json reply = {{"ok", running}};
+            if (running && (cmd == "devices" || cmd == "sessions"))
+                reply[cmd] = cmd == "devices" ? devices : sessions;
+            else if (running && (cmd == "status" || cmd == "pair"))
+                reply = cmd == "status" ? status : pair;
+            return cmd == "devices" && slowDevices
+                       ? slowAnswer(reply, std::chrono::milliseconds(500))
+                       : FakeDaemon::Script::answer(reply);
         });
     }
     template <class F> void set(F change)

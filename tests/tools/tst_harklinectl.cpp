@@ -96,19 +96,12 @@ class HarklinectlTest : public QObject
     }
     std::vector<std::pair<std::string, Json>> replies(bool actions) const
     {
-        const Json sessions = {
-            {{"id", "s1"},
-             {"project", "relay"},
-             {"title", "Fix backoff"},
-             {"state", "waiting"},
-             {"listening", true},
-             {"last_ts", msAgo(seconds(300))},
-             {"queued", 2}},
-            {{"id", "s2"},
-             {"project", "notes"},
-             {"state", "working"},
-             {"last_ts", msAgo(seconds(5400))}},
-        };
+        Json sessions = Json::parse(
+            "[{\"id\":\"s1\",\"project\":\"relay\",\"title\":\"Fix backoff\",\"state\":\"waiting\","
+            "\"listening\":true,\"queued\":2},{\"id\":\"s2\",\"project\":\"notes\",\"state\":"
+            "\"working\"}]");
+        sessions[0]["last_ts"] = msAgo(seconds(300));
+        sessions[1]["last_ts"] = msAgo(seconds(5400));
         const Json devices = {{{"id", "p1"}, {"name", "Pixel"}},
                               {{"id", "p2"}, {"name", "Work"}},
                               {{"id", "p3"}, {"name", "Work"}}};
@@ -218,22 +211,6 @@ private slots:
                "harkline sent a bad reply: not one JSON object, or nothing in time.\n");
     }
 
-    void sessionsJsonKeepsTheDaemonsValues()
-    {
-        FakeDaemon fake(socket.toStdString());
-        const auto table = replies(true);
-        fake.setReplies(table);
-        const Run run = ctl({"sessions", "--json"});
-        QCOMPARE(run.code, 0);
-        const Json list = Json::parse(run.out.toStdString());
-        Json first = table[1].second["sessions"][0];
-        first["last_active"] = first["last_ts"].get<double>() / 1000.0;
-        first.erase("last_ts");
-        first["last_text"] = "";
-        QCOMPARE(list.size(), std::size_t(2));
-        QCOMPARE(list[0].dump(), first.dump());
-    }
-
     // Each request waits out the client's time-out (3 s); raw can be told to wait less.
     void aHangingDaemon()
     {
@@ -265,24 +242,6 @@ private slots:
             QVERIFY2(run.err.startsWith("harklinectl: ") && run.err.count('\n') == 1 &&
                          run.err.endsWith(").\n"),
                      qPrintable(label + ": " + run.err));
-        }
-    }
-
-    void helpForTheProgramAndEveryCommand()
-    {
-        const Run program = ctl({"--help"});
-        QCOMPARE(program.code, 0);
-        QVERIFY(program.out.startsWith("Usage: harklinectl COMMAND"));
-        for (const char* name :
-             {"status", "sessions", "devices", "pair", "revoke", "test", "raw"}) {
-            QVERIFY2(program.out.contains(QStringLiteral("\n  %1 ").arg(name)), name);
-            for (const QStringList& args :
-                 {QStringList{name, "--help"}, QStringList{"help", name}}) {
-                const Run run = ctl(args);
-                QCOMPARE(run.code, 0);
-                QVERIFY2(run.out.startsWith(QStringLiteral("Usage: harklinectl %1").arg(name)),
-                         qPrintable(run.out));
-            }
         }
     }
 
