@@ -39,17 +39,14 @@ Script chunks(std::vector<std::string> parts, int gapMs = 20)
     return script;
 }
 
-// A socket bound at `path`, listening when asked; -1 on failure.
-int boundSocket(const std::string& path, bool listening)
+// A socket bound at `path` and not listening, as a daemon that died leaves it; -1 on failure.
+int boundSocket(const std::string& path)
 {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path.data(), path.size());
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        (listening && ::listen(fd, 4) != 0))
-        return -1;
-    return fd;
+    return ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 ? fd : -1;
 }
 
 Json exchange(const Script& script, int timeout = 2)
@@ -158,7 +155,7 @@ private slots:
         ::unlink(path.c_str());
         expectNotRunning();
         // A socket file left by a daemon that died: bound, nobody listening.
-        const int fd = boundSocket(path, false);
+        const int fd = boundSocket(path);
         QVERIFY(fd >= 0);
         ::close(fd);
         expectNotRunning();
@@ -232,30 +229,23 @@ private slots:
              {home_.path(), home_.path() + "/.local", home_.path() + "/.local/state"})
             QVERIFY(::chmod(d.toUtf8().constData(), 0755) == 0);
         QVERIFY(::chmod(dir.c_str(), 0777) == 0);
-        int ready[2];
+        int ready[2]; // the child says when it listens
         QVERIFY(::pipe(ready) == 0);
         const pid_t child = ::fork();
-        if (child == 0) {
+        if (child == 0) { // serves the two requests below
             if (::setgid(65534) != 0 || ::setuid(65534) != 0)
                 ::_exit(1);
-            const int fd = boundSocket(path, true);
-            if (fd < 0)
-                ::_exit(2);
+            FakeDaemon forger(path);
+            forger.setHandler([](const std::string&) {
+                return Script::answer({{"ok", true}, {"qr", "forged"}});
+            });
             (void)!::write(ready[1], "r", 1);
-            const char reply[] = "{\"ok\":true,\"qr\":\"forged\"}\n";
-            for (int i = 0; i < 2; ++i) {
-                const int c = ::accept(fd, nullptr, nullptr);
-                char buffer[256];
-                (void)!::read(c, buffer, sizeof buffer);
-                (void)!::send(c, reply, sizeof reply - 1, MSG_NOSIGNAL);
-                ::close(c);
-            }
-            ::_exit(0);
+            for (int i = 0; i < 500 && forger.connections() < 2; ++i)
+                ::usleep(10000);
+            ::_exit(forger.connections() == 2 ? 0 : 3);
         }
-        ::close(ready[1]);
         char byte = 0;
         QCOMPARE(::read(ready[0], &byte, 1), ssize_t(1));
-        ::close(ready[0]);
         QVERIFY_THROWS_EXCEPTION(DaemonClient::NotRunning,
                                  DaemonClient::request({{"cmd", "pair"}}, 1));
         QVERIFY(!DaemonClient::ok(DaemonClient::pair()));

@@ -51,6 +51,20 @@ class MenuTest : public QObject
 {
     Q_OBJECT
 
+    static void header(bool running, const char* name, const Json& hosts, const char* title,
+                       const char* subtitle, int connected = 0, int devices = 0)
+    {
+        Panel p;
+        p.reload([&](ScriptedDaemon& d) {
+            d.running = running;
+            d.status.update(
+                {{"name", name}, {"hosts", hosts}, {"connected", connected}, {"devices", devices}});
+        });
+        QCOMPARE(p.view.header()->title(), QString(title));
+        QCOMPARE(p.view.header()->subtitle(), QString(subtitle));
+        QCOMPARE(p.view.header()->dotIsGreen(), running);
+    }
+
 private slots:
     void partsFollowTheModel()
     {
@@ -154,45 +168,12 @@ private slots:
 
     void headerShowsTheStatus()
     {
-        struct Row
-        {
-            bool running;
-            const char* name;
-            Json hosts;
-            int connected, devices;
-            const char* title;
-            const char* subtitle;
-        };
-        for (const Row& row :
-             {Row{false, "x", {}, 0, 0, "harkline", "Service not running"},
-              Row{true, "desk", Json::array(), 0, 0, "desk", "port 7420 · 0 of 0 phones connected"},
-              Row{true,
-                  "desk",
-                  {"a.local", "b.local"},
-                  3,
-                  1,
-                  "desk",
-                  "a.local:7420 · 3 of 1 phones connected"},
-              Row{true,
-                  "<b>bold</b>",
-                  {"%2host"},
-                  1,
-                  1,
-                  "<b>bold</b>",
-                  "%2host:7420 · 1 of 1 phones connected"}}) {
-            Panel p;
-            p.reload([&](ScriptedDaemon& d) {
-                d.running = row.running;
-                d.status.update({{"name", row.name},
-                                 {"hosts", row.hosts},
-                                 {"connected", row.connected},
-                                 {"devices", row.devices}});
-            });
-            QCOMPARE(p.view.header()->title(), QString(row.title));
-            QCOMPARE(p.view.header()->subtitle(), QString(row.subtitle));
-            QCOMPARE(p.view.header()->dotIsGreen(), row.running);
-            QCOMPARE(p.view.header()->actionsMenu()->sendTestAction()->isEnabled(), row.running);
-        }
+        header(false, "x", {}, "harkline", "Service not running");
+        header(true, "desk", Json::array(), "desk", "port 7420 · 0 of 0 phones connected");
+        header(true, "desk", {"a.local", "b.local"}, "desk",
+               "a.local:7420 · 3 of 0 phones connected", 3);
+        header(true, "<b>bold</b>", {"%2host"}, "<b>bold</b>",
+               "%2host:7420 · 1 of 2 phones connected", 1, 2); // markup and "%2" stay literal
     }
 
     void headerActions()
