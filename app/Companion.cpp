@@ -15,6 +15,19 @@
 
 namespace harkline::app {
 
+namespace {
+
+// Installed, the bells are also in the icon theme under names of their own: a tray host that
+// draws items by name (and a theme that restyles them) gets the name. From a build folder the
+// theme has none of them and the drawn symbol goes alone.
+QIcon themedTraySymbol(const QString& symbol)
+{
+    const QString name = QStringLiteral(HARKLINE_APP_ID "-") + QString(symbol).replace('.', '-');
+    return QIcon::hasThemeIcon(name) ? QIcon::fromTheme(name) : ui::looks::traySymbol(symbol);
+}
+
+} // namespace
+
 bool Companion::menuVisible()
 {
     std::vector<WindowInfo> windows;
@@ -125,7 +138,7 @@ void Companion::updateTrayIcon()
     // The icon goes over D-Bus on every change; send it only when it is another one.
     if (symbol != m_shownSymbol) {
         m_shownSymbol = symbol;
-        m_tray->setIcon(ui::looks::traySymbol(symbol));
+        m_tray->setIcon(themedTraySymbol(symbol));
     }
     const QString tip = toolTip();
     if (tip != m_tray->toolTip())

@@ -48,7 +48,8 @@ int main(int argc, char* argv[])
     QApplication::setOrganizationName(QStringLiteral("harkline"));
     QApplication::setApplicationName(QStringLiteral("harkline-menubar"));
     QApplication::setApplicationDisplayName(QStringLiteral("harkline"));
-    QApplication::setDesktopFileName(QStringLiteral("harkline-menubar"));
+    // Ties the windows and the tray item to the installed menu entry and its icon.
+    QApplication::setDesktopFileName(QStringLiteral(HARKLINE_APP_ID));
     // The panel closing is not the companion ending; only "Quit" ends it.
     QApplication::setQuitOnLastWindowClosed(false);
 
@@ -71,6 +72,8 @@ int main(int argc, char* argv[])
     {
         QSettings settings;
         harkline::XdgAutostartLoginItem loginItem;
+        // An entry left behind by a removed install must not point at nothing.
+        loginItem.repair();
         harkline::openAtLoginOnFirstLaunch(settings, loginItem);
     }
 

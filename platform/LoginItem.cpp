@@ -4,7 +4,9 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QSaveFile>
+#include <QStandardPaths>
 
 namespace harkline {
 
@@ -39,12 +41,58 @@ QString quotedExecArgument(const QString& argument)
     return quoted;
 }
 
-// True when the [Desktop Entry] group sets Hidden=true: the user (or a settings tool) turned the
-// entry off without deleting it. Spaces around '=' are allowed by the format.
-bool hiddenEntry(QFile& file)
+// A value of a string key: a backslash, a newline, a tab or a carriage return is escaped.
+QString escapedString(const QString& value)
 {
+    QString escaped = value;
+    escaped.replace(QLatin1Char('\\'), QStringLiteral("\\\\"));
+    escaped.replace(QLatin1Char('\n'), QStringLiteral("\\n"));
+    escaped.replace(QLatin1Char('\t'), QStringLiteral("\\t"));
+    escaped.replace(QLatin1Char('\r'), QStringLiteral("\\r"));
+    return escaped;
+}
+
+QString unescapedString(const QString& value)
+{
+    QString plain;
+    for (qsizetype i = 0; i < value.size(); ++i) {
+        if (value[i] != QLatin1Char('\\') || i + 1 == value.size()) {
+            plain += value[i];
+            continue;
+        }
+        const QChar next = value[++i];
+        plain += next == QLatin1Char('s')   ? QChar(' ')
+                 : next == QLatin1Char('n') ? QChar('\n')
+                 : next == QLatin1Char('t') ? QChar('\t')
+                 : next == QLatin1Char('r') ? QChar('\r')
+                                            : next;
+    }
+    return plain;
+}
+
+// The first argument of an Exec value, its quoting and %% undone.
+QString firstExecArgument(const QString& exec)
+{
+    QString argument;
+    qsizetype i = 0;
+    if (exec.startsWith(QLatin1Char('"'))) {
+        for (i = 1; i < exec.size() && exec[i] != QLatin1Char('"'); ++i) {
+            if (exec[i] == QLatin1Char('\\') && i + 1 < exec.size())
+                ++i;
+            argument += exec[i];
+        }
+    } else {
+        argument = exec.section(QLatin1Char(' '), 0, 0);
+    }
+    return argument.replace(QStringLiteral("%%"), QStringLiteral("%"));
+}
+
+// The keys of the [Desktop Entry] group; the last one of a key wins. Spaces around '=' are
+// allowed by the format.
+QHash<QByteArray, QString> mainGroup(QFile& file)
+{
+    QHash<QByteArray, QString> keys;
     bool inMainGroup = false;
-    bool hidden = false;
     while (!file.atEnd()) {
         const QByteArray line = file.readLine().trimmed();
         if (line.startsWith('[')) {
@@ -54,11 +102,23 @@ bool hiddenEntry(QFile& file)
         if (!inMainGroup || line.startsWith('#'))
             continue;
         const qsizetype equals = line.indexOf('=');
-        if (equals < 0 || line.left(equals).trimmed() != "Hidden")
-            continue;
-        hidden = line.mid(equals + 1).trimmed() == "true"; // the last one wins, as for any key
+        if (equals > 0)
+            keys[line.left(equals).trimmed()] = QString::fromUtf8(line.mid(equals + 1).trimmed());
     }
-    return hidden;
+    return keys;
+}
+
+bool programExists(const QString& program)
+{
+    if (program.isEmpty())
+        return false;
+    if (QDir::isAbsolutePath(program)) {
+        const QFileInfo info(program);
+        return info.isFile() && info.isExecutable();
+    }
+    return !QStandardPaths::findExecutable(program).isEmpty() ||
+           !QStandardPaths::findExecutable(program, XdgAutostartLoginItem::systemBinDirs())
+                .isEmpty();
 }
 
 } // namespace
@@ -72,24 +132,66 @@ QString XdgAutostartLoginItem::entryPath()
     return configHome() + QStringLiteral("/autostart/") + QLatin1String(kFileName);
 }
 
+QStringList XdgAutostartLoginItem::systemBinDirs()
+{
+    return {QStringLiteral("/usr/local/bin"), QStringLiteral("/usr/bin"), QStringLiteral("/bin")};
+}
+
+QString XdgAutostartLoginItem::executable() const
+{
+    return m_executable.isEmpty() ? QCoreApplication::applicationFilePath() : m_executable;
+}
+
 bool XdgAutostartLoginItem::enabled() const
 {
     QFile file(entryPath());
     if (!file.open(QIODevice::ReadOnly))
         return false;
-    return !hiddenEntry(file);
+    return mainGroup(file).value("Hidden") != QLatin1String("true");
 }
 
-QByteArray XdgAutostartLoginItem::entryText(const QString& executable)
+QString XdgAutostartLoginItem::execProgram(const QString& executable, const QStringList& searchDirs)
 {
+    const QFileInfo info(executable);
+    const QString found = QStandardPaths::findExecutable(info.fileName(), searchDirs);
+    if (!found.isEmpty() && QFileInfo(found).canonicalFilePath() == info.canonicalFilePath())
+        return info.fileName();
+    return executable;
+}
+
+QString XdgAutostartLoginItem::entryProgram()
+{
+    QFile file(entryPath());
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const auto keys = mainGroup(file);
+    const QString tryExec = unescapedString(keys.value("TryExec"));
+    return tryExec.isEmpty() ? firstExecArgument(unescapedString(keys.value("Exec"))) : tryExec;
+}
+
+bool XdgAutostartLoginItem::repair()
+{
+    if (!enabled() || programExists(entryProgram()))
+        return false;
+    if (!executable().isEmpty() && !registerItem())
+        return true;
+    return !unregisterItem();
+}
+
+QByteArray XdgAutostartLoginItem::entryText(const QString& program)
+{
+    // TryExec: a session skips the entry while its program is missing, so an entry left behind
+    // by a removed package starts nothing until the companion repairs it.
     QString text = QStringLiteral("[Desktop Entry]\n"
                                   "Type=Application\n"
                                   "Name=harkline\n"
                                   "Comment=Tray companion for the harkline notification service\n"
-                                  "Exec=%1\n"
+                                  "Icon=" HARKLINE_APP_ID "\n"
+                                  "TryExec=%1\n"
+                                  "Exec=%2\n"
                                   "Terminal=false\n"
                                   "X-GNOME-Autostart-enabled=true\n")
-                       .arg(quotedExecArgument(executable));
+                       .arg(escapedString(program), quotedExecArgument(program));
     return text.toUtf8();
 }
 
@@ -101,14 +203,14 @@ std::optional<QString> XdgAutostartLoginItem::registerItem()
         return QCoreApplication::translate("LoginItem", "the folder %1 could not be created.")
             .arg(folder);
 
-    const QString executable =
-        m_executable.isEmpty() ? QCoreApplication::applicationFilePath() : m_executable;
-    if (executable.isEmpty())
+    const QString program = executable();
+    if (program.isEmpty())
         return QCoreApplication::translate("LoginItem", "the program's own path is unknown.");
 
     // Written whole or not at all, so a failed write never leaves half an entry behind.
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(entryText(executable)) < 0 || !file.commit())
+    if (!file.open(QIODevice::WriteOnly) || file.write(entryText(execProgram(program))) < 0 ||
+        !file.commit())
         return QCoreApplication::translate("LoginItem", "%1 could not be written (%2).")
             .arg(path, file.errorString());
     return std::nullopt;
