@@ -95,13 +95,21 @@ template <class Work, class Apply> void AppModel::launch(Work work, Apply apply,
     ++m_tasksInFlight;
     if (origin == Origin::Timer)
         ++m_timerTasksInFlight;
+    // Always posted, never called in place: then() with a context runs the continuation at once
+    // when the work has already finished, which would apply a result inside the very call that
+    // asked for it (a missing service tool fails that fast).
     QtConcurrent::run(m_pool, std::move(work))
-        .then(mainThreadReceiver(), [self = QPointer<AppModel>(this), apply = std::move(apply),
-                                     origin](Result result) mutable {
-            if (!self)
-                return;
-            apply(std::move(result));
-            self->finishTask(origin);
+        .then(QtFuture::Launch::Sync, [self = QPointer<AppModel>(this), apply = std::move(apply),
+                                       origin](Result result) mutable {
+            QMetaObject::invokeMethod(
+                mainThreadReceiver(),
+                [self, apply = std::move(apply), origin, result = std::move(result)]() mutable {
+                    if (!self)
+                        return;
+                    apply(std::move(result));
+                    self->finishTask(origin);
+                },
+                Qt::QueuedConnection);
         });
 }
 
