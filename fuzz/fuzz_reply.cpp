@@ -35,9 +35,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     const Json parsed = parseStrict(bytes);
+    // A bad reply ends the exchange here. Past it, the reply goes on as ok() would hand it over
+    // (its "ok" plays no part in what follows).
     if (parsed.is_discarded() || !parsed.is_object())
-        return 0; // a bad reply: the exchange stops here
-    const std::optional<Json> reply = parsed; // what ok() hands on (its "ok" is not needed here)
+        return 0;
+    const std::optional<Json> reply = parsed;
 
     const DaemonStatus status(parsed);
     const auto devices = DaemonClient::devicesFrom(reply);
