@@ -44,9 +44,6 @@ bool Companion::menuVisible()
 Companion::Companion(QObject* parent) : QObject(parent)
 {
     m_model = std::make_unique<AppModel>(AppModel::Environment::desktop(&Companion::menuVisible));
-    m_menu = new ui::MenuView(m_model.get());
-    m_panel = new PanelWindow(m_menu);
-
     connect(m_model.get(), &AppModel::changed, this, &Companion::updateTrayIcon);
 
     m_watcher = new TrayHostWatcher(QDBusConnection::sessionBus(), this);
@@ -58,8 +55,8 @@ Companion::Companion(QObject* parent) : QObject(parent)
     m_grace.setInterval(kTrayGraceMs);
     connect(&m_grace, &QTimer::timeout, this, [this] {
         if (!m_tray) {
-            m_panel->setMode(PanelWindow::Mode::Window);
-            m_panel->openAt({});
+            m_panelAsWindow = true;
+            ensurePanel()->openAt({});
         }
     });
     m_watcher->start();
@@ -73,8 +70,19 @@ Companion::~Companion()
     delete m_panel;
 }
 
+PanelWindow* Companion::ensurePanel()
+{
+    if (!m_panel) {
+        m_menu = new ui::MenuView(m_model.get());
+        m_panel = new PanelWindow(m_menu);
+    }
+    m_panel->setMode(m_panelAsWindow ? PanelWindow::Mode::Window : PanelWindow::Mode::Popup);
+    return m_panel;
+}
+
 void Companion::openPanel()
 {
+    ensurePanel();
     if (m_panel->isVisible()) {
         m_panel->raise();
         m_panel->activateWindow();
@@ -107,10 +115,12 @@ void Companion::makeTrayIcon()
                 QRect anchor = m_tray->geometry();
                 if (!anchor.isValid() || anchor.isEmpty())
                     anchor = QRect(QCursor::pos(), QSize(1, 1));
-                m_panel->toggleAt(anchor);
+                ensurePanel()->toggleAt(anchor);
             });
     // From now on the panel opens by the icon; a window already open stays until closed.
-    m_panel->setMode(PanelWindow::Mode::Popup);
+    m_panelAsWindow = false;
+    if (m_panel)
+        m_panel->setMode(PanelWindow::Mode::Popup);
     m_shownSymbol.clear();
     updateTrayIcon();
     m_tray->show();

@@ -37,6 +37,8 @@ public:
     void openPanel();
 
     AppModel* model() const { return m_model.get(); }
+    // Null until the panel first opens: the views, their fonts and text layout cost memory that
+    // a companion sitting in the tray for weeks has no use for.
     PanelWindow* panel() const { return m_panel; }
     QSystemTrayIcon* trayIcon() const { return m_tray; }
 
@@ -50,10 +52,12 @@ private:
     void makeTrayIcon();
     void updateTrayIcon();
     static bool menuVisible();
+    PanelWindow* ensurePanel();
 
     std::unique_ptr<AppModel> m_model;
     ui::MenuView* m_menu = nullptr;
     PanelWindow* m_panel = nullptr;
+    bool m_panelAsWindow = false; // no tray host came: the panel opens as an ordinary window
     TrayHostWatcher* m_watcher = nullptr;
     QSystemTrayIcon* m_tray = nullptr;
     ui::ActionsMenu* m_trayMenu = nullptr;

@@ -1,8 +1,11 @@
 #include "DaemonClient.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -129,21 +132,33 @@ Json DaemonClient::request(const Json& request, int timeoutSeconds)
     if (written < 0 || static_cast<std::size_t>(written) != text.size())
         throw BadReply{};
 
+    // Each read is bounded by the receive time-out, and all of them together by the deadline:
+    // one byte every 100 ms would otherwise keep a thread busy for as long as the daemon likes.
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::seconds(std::max(timeoutSeconds, 0));
     std::string reply;
+    std::vector<char> chunk(kReadChunk);
     for (;;) {
-        const std::size_t used = reply.size();
-        reply.resize(used + kReadChunk);
-        const ssize_t n = ::recv(fd.get(), reply.data() + used, kReadChunk, 0);
-        if (n < 0 && errno == EINTR) {
-            reply.resize(used);
-            continue; // a signal is not the daemon's answer; the time-out still bounds us
-        }
-        if (n <= 0) {
-            reply.resize(used);
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0)
+            throw BadReply{};
+        pollfd waiting{fd.get(), POLLIN, 0};
+        const int ready = ::poll(&waiting, 1, static_cast<int>(left.count()));
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready == 0)
+            throw BadReply{};
+        const ssize_t n = ::recv(fd.get(), chunk.data(), chunk.size(), MSG_DONTWAIT);
+        if (n < 0 && (errno == EINTR || errno == EAGAIN))
+            continue; // a signal or a spurious wake-up is not the daemon's answer
+        if (n <= 0)
             break;
-        }
-        reply.resize(used + static_cast<std::size_t>(n));
-        if (std::memchr(reply.data() + used, '\n', static_cast<std::size_t>(n)))
+        const auto count = static_cast<std::size_t>(n);
+        if (reply.size() + count > kMaxReplyBytes)
+            throw BadReply{};
+        reply.append(chunk.data(), count);
+        if (std::memchr(chunk.data(), '\n', count))
             break;
     }
 

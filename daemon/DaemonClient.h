@@ -35,12 +35,17 @@ public:
     static constexpr int kTimeout = 3;
     static constexpr int kSessionsTimeout = 15;
     static constexpr std::size_t kReadChunk = 65536;
+    // The most reply bytes an exchange buffers: three times a list of 10,000 sessions (about
+    // 5.4 MB). A daemon sending more gets BadReply at once, never our memory.
+    static constexpr std::size_t kMaxReplyBytes = 16 * 1024 * 1024;
 
     // Computed anew for every request, from HOME (or the password database) and USER / LOGNAME.
     static std::string socketPath();
 
     // The raw exchange. Throws NotRunning, BadReply, or the JSON writer's own error when the
     // request cannot be serialised. Returns the reply object, whatever its "ok".
+    // The time-out bounds each blocking step and also the whole reply: a daemon that trickles
+    // bytes cannot hold the calling thread for longer than that.
     static Json request(const Json& request, int timeoutSeconds);
 
     // The exchange as every caller wants it: the reply when it arrived and says "ok": true,

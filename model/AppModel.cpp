@@ -89,23 +89,35 @@ bool AppModel::menuVisible() const
 // Runs `work` on the pool and hands its value to `apply` on the main thread, unless the model
 // has gone meanwhile. Nothing is queued, merged or cancelled: each task applies its own result
 // when it ends, in the order the tasks end.
-template <class Work, class Apply> void AppModel::launch(Work work, Apply apply)
+template <class Work, class Apply> void AppModel::launch(Work work, Apply apply, Origin origin)
 {
     using Result = std::invoke_result_t<Work>;
     ++m_tasksInFlight;
+    if (origin == Origin::Timer)
+        ++m_timerTasksInFlight;
+    // Always posted, never called in place: then() with a context runs the continuation at once
+    // when the work has already finished, which would apply a result inside the very call that
+    // asked for it (a missing service tool fails that fast).
     QtConcurrent::run(m_pool, std::move(work))
-        .then(mainThreadReceiver(),
-              [self = QPointer<AppModel>(this), apply = std::move(apply)](Result result) mutable {
-                  if (!self)
-                      return;
-                  apply(std::move(result));
-                  self->finishTask();
-              });
+        .then(QtFuture::Launch::Sync, [self = QPointer<AppModel>(this), apply = std::move(apply),
+                                       origin](Result result) mutable {
+            QMetaObject::invokeMethod(
+                mainThreadReceiver(),
+                [self, apply = std::move(apply), origin, result = std::move(result)]() mutable {
+                    if (!self)
+                        return;
+                    apply(std::move(result));
+                    self->finishTask(origin);
+                },
+                Qt::QueuedConnection);
+        });
 }
 
-void AppModel::finishTask()
+void AppModel::finishTask(Origin origin)
 {
     --m_tasksInFlight;
+    if (origin == Origin::Timer)
+        --m_timerTasksInFlight;
     Q_EMIT taskFinished();
 }
 
@@ -157,7 +169,10 @@ void AppModel::tick()
 {
     ++m_ticks;
     const bool visible = menuVisible();
-    if (m_pairing) {
+    if (m_timerTasksInFlight >= kMaxTimerTasks) {
+        // The daemon is stuck; piling more requests on it would only hold more threads. The
+        // refreshes out will each end by their time-out and show the daemon as not running.
+    } else if (m_pairing) {
         // While an offer is open the panel shows it, not the lists: watch for the phone instead.
         pollPairing();
     } else {
@@ -166,12 +181,17 @@ void AppModel::tick()
         // closing the panel quickly cannot produce a burst of requests.
         const bool due = visible ? m_ticks % 3 == 0 : m_ticks % 15 == 0;
         if (justOpened || due)
-            refresh();
+            startRefresh(std::nullopt, Origin::Timer);
     }
     m_wasVisible = visible;
 }
 
 void AppModel::refresh(std::optional<bool> detailed)
+{
+    startRefresh(detailed, Origin::User);
+}
+
+void AppModel::startRefresh(std::optional<bool> detailed, Origin origin)
 {
     const bool flag = detailed.value_or(menuVisible());
     Q_EMIT refreshStarted(flag);
@@ -186,7 +206,8 @@ void AppModel::refresh(std::optional<bool> detailed)
                    setSessions(std::move(loaded.sessions));
                }
                // A summary keeps the lists of the last detailed refresh or pairing poll.
-           });
+           },
+           origin);
 }
 
 AppModel::Loaded AppModel::load(bool detailed)
@@ -222,19 +243,22 @@ void AppModel::pollPairing()
 {
     if (!m_pairing || !pairingWatched(*m_pairing, m_env.now()))
         return;
-    launch(loadDevices, [this, snapshot = *m_pairing](std::vector<PairedDevice> devices) {
-        // The offer may have been closed or replaced while the request was out; the result then
-        // belongs to nobody.
-        if (!m_pairing || m_pairing->payload != snapshot.payload)
-            return;
-        const auto fresh = newlyPaired(snapshot, devices);
-        if (!fresh)
-            return;
-        Pairing pairing = *m_pairing;
-        pairing.pairedWith = fresh->name;
-        setPairing(std::move(pairing));
-        setDevices(std::move(devices));
-    });
+    launch(
+        loadDevices,
+        [this, snapshot = *m_pairing](std::vector<PairedDevice> devices) {
+            // The offer may have been closed or replaced while the request was out; the result then
+            // belongs to nobody.
+            if (!m_pairing || m_pairing->payload != snapshot.payload)
+                return;
+            const auto fresh = newlyPaired(snapshot, devices);
+            if (!fresh)
+                return;
+            Pairing pairing = *m_pairing;
+            pairing.pairedWith = fresh->name;
+            setPairing(std::move(pairing));
+            setDevices(std::move(devices));
+        },
+        Origin::Timer);
 }
 
 void AppModel::stopPairing()

@@ -95,6 +95,12 @@ public:
     // Blocking tasks started and not yet applied (or dropped). Lets a caller wait for quiet.
     int tasksInFlight() const { return m_tasksInFlight; }
 
+    // At most this many tasks started by the timer (refreshes, pairing polls) are out at once; a
+    // tick that finds them all still waiting on the daemon starts nothing and leaves the work to
+    // the next due tick. What the user asks for (opening the panel, the actions) always starts.
+    static constexpr int kMaxTimerTasks = 8;
+    int timerTasksInFlight() const { return m_timerTasksInFlight; }
+
 signals:
     void statusChanged();
     void devicesChanged();
@@ -118,8 +124,10 @@ private:
     void pollPairing();
     bool menuVisible() const;
 
-    template <class Work, class Apply> void launch(Work work, Apply apply);
-    void finishTask();
+    enum class Origin { User, Timer };
+    void startRefresh(std::optional<bool> detailed, Origin origin);
+    template <class Work, class Apply> void launch(Work work, Apply apply, Origin = Origin::User);
+    void finishTask(Origin origin);
 
     void setStatus(std::optional<DaemonStatus> value);
     void setDevices(std::vector<PairedDevice> value);
@@ -140,6 +148,7 @@ private:
     std::int64_t m_ticks = 0;
     bool m_wasVisible = false;
     int m_tasksInFlight = 0;
+    int m_timerTasksInFlight = 0;
 };
 
 // Registers the companion to open at login on its very first launch, once: the flag is stored

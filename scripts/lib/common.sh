@@ -12,6 +12,8 @@ HARKLINE_TEST_PACKAGES=(xvfb xauth dbus zbar-tools desktop-file-utils appstream)
 HARKLINE_PACKAGE_PACKAGES=(dpkg-dev file)
 # For the screenshots of scripts/demo without a display.
 HARKLINE_DEMO_PACKAGES=(xvfb xauth dbus xdotool imagemagick)
+# For scripts/fuzz: clang and its libFuzzer and sanitizer runtimes.
+HARKLINE_FUZZ_PACKAGES=(clang-14 libclang-rt-14-dev)
 
 harkline_ensure_packages() {
   local missing=() p

@@ -175,6 +175,29 @@ private slots:
                  qPrintable(QString::number(clock.elapsed())));
     }
 
+    // The reply cap sits exactly at kMaxReplyBytes, and the time-out bounds the whole reply, not
+    // each read: one byte every 100 ms would otherwise be waited for without end.
+    void repliesAreBoundedInSizeAndTime()
+    {
+        const auto replyOf = [](std::size_t bytes) {
+            const std::string head = "{\"ok\":true,\"pad\":\"", tail = "\"}\n";
+            return head + std::string(bytes - head.size() - tail.size(), 'x') + tail;
+        };
+        QVERIFY(exchange(Script::bytes(replyOf(DaemonClient::kMaxReplyBytes)))["ok"] == true);
+        QVERIFY_THROWS_EXCEPTION(
+            DaemonClient::BadReply,
+            exchange(Script::bytes(replyOf(DaemonClient::kMaxReplyBytes + 1))));
+
+        Script trickle;
+        for (char c : std::string("{\"ok\":true,\"name\":\"harkline\"}\n"))
+            trickle.chunks.emplace_back(1, c);
+        trickle.gap = std::chrono::milliseconds(100);
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY_THROWS_EXCEPTION(DaemonClient::BadReply, exchange(trickle, 1));
+        QVERIFY2(clock.elapsed() < 1500, qPrintable(QString::number(clock.elapsed())));
+    }
+
     // A daemon that hangs up before reading makes our one write fail; that must be a bad reply
     // and not a SIGPIPE that ends the process (which would end this test run too).
     void writeToAClosedConnectionIsABadReply()
