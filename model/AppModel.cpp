@@ -123,39 +123,37 @@ void AppModel::finishTask(Origin origin)
 
 // --- published state ---
 
+// Every assignment is published, equal values included: observers redraw on each one.
+template <class T> void AppModel::publish(T& field, T value, void (AppModel::*signal)())
+{
+    field = std::move(value);
+    Q_EMIT(this->*signal)();
+    Q_EMIT changed();
+}
+
 void AppModel::setStatus(std::optional<DaemonStatus> value)
 {
-    m_status = std::move(value);
-    Q_EMIT statusChanged();
-    Q_EMIT changed();
+    publish(m_status, std::move(value), &AppModel::statusChanged);
 }
 
 void AppModel::setDevices(std::vector<PairedDevice> value)
 {
-    m_devices = std::move(value);
-    Q_EMIT devicesChanged();
-    Q_EMIT changed();
+    publish(m_devices, std::move(value), &AppModel::devicesChanged);
 }
 
 void AppModel::setSessions(std::vector<ClaudeSession> value)
 {
-    m_sessions = std::move(value);
-    Q_EMIT sessionsChanged();
-    Q_EMIT changed();
+    publish(m_sessions, std::move(value), &AppModel::sessionsChanged);
 }
 
 void AppModel::setPairing(std::optional<Pairing> value)
 {
-    m_pairing = std::move(value);
-    Q_EMIT pairingChanged();
-    Q_EMIT changed();
+    publish(m_pairing, std::move(value), &AppModel::pairingChanged);
 }
 
 void AppModel::setNotice(std::optional<QString> value)
 {
-    m_notice = std::move(value);
-    Q_EMIT noticeChanged();
-    Q_EMIT changed();
+    publish(m_notice, std::move(value), &AppModel::noticeChanged);
 }
 
 QString AppModel::menuBarSymbol() const

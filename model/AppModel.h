@@ -129,6 +129,7 @@ private:
     template <class Work, class Apply> void launch(Work work, Apply apply, Origin = Origin::User);
     void finishTask(Origin origin);
 
+    template <class T> void publish(T& field, T value, void (AppModel::*signal)());
     void setStatus(std::optional<DaemonStatus> value);
     void setDevices(std::vector<PairedDevice> value);
     void setSessions(std::vector<ClaudeSession> value);

@@ -327,11 +327,13 @@ private slots:
         const int threads = entries("/proc/self/task");
         QVERIFY(failMany(2000));
         QVERIFY(showsNotRunning());
-        // The fake daemon's own connection threads may still be closing up after our side has
-        // its answer (before as after): give them a moment. One leak per exchange would be 2,000.
+        // A leak per exchange would be 2,000 of either. What may honestly differ from the first
+        // count: the timer's own refresh in flight (a socket on each side) and the pool's idle
+        // threads, which it keeps for a while and may have grown up to its bound of 32.
         const bool clean = QTest::qWaitFor(
             [&] {
-                return entries("/proc/self/fd") <= fds && entries("/proc/self/task") <= threads;
+                return entries("/proc/self/fd") <= fds + 8 &&
+                       entries("/proc/self/task") <= threads + 32;
             },
             5000);
         qInfo("2,000 failed exchanges: fds %d -> %d, threads %d -> %d, max gap %lld ms", fds,
