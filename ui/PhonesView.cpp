@@ -1,5 +1,7 @@
 #include "PhonesView.h"
 
+#include "RowsById.h"
+
 #include "AppModel.h"
 #include "Looks.h"
 #include "PhoneRow.h"
@@ -9,8 +11,6 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QToolButton>
-
-#include <unordered_map>
 
 namespace harkline::ui {
 
@@ -56,32 +56,24 @@ void PhonesView::update()
     const std::vector<PairedDevice>& devices = m_model->devices();
     m_empty->setVisible(devices.empty());
 
-    // Rows are reused by id so a reload does not rebuild what the user is looking at.
-    std::unordered_multimap<std::string, PhoneRow*> spare;
-    for (PhoneRow* r : m_rows)
-        spare.emplace(r->device().id, r);
-    std::vector<PhoneRow*> rows;
-    rows.reserve(devices.size());
-    for (const PairedDevice& device : devices) {
-        PhoneRow* r = nullptr;
-        if (auto it = spare.find(device.id); it != spare.end()) {
-            r = it->second;
-            spare.erase(it);
-        } else {
-            r = new PhoneRow(m_rowBox);
-            connect(r, &PhoneRow::trashClicked, this, [this, r] { setRemoving(r->device().id); });
-            connect(r, &PhoneRow::cancelClicked, this, [this] { setRemoving(std::nullopt); });
-            connect(r, &PhoneRow::removeClicked, this, [this, r] {
-                const PairedDevice device = r->device();
-                setRemoving(std::nullopt);
-                m_model->revoke(device);
-            });
-        }
-        r->setDevice(device);
-        rows.push_back(r);
-    }
-    for (auto& [id, r] : spare)
-        delete r;
+    std::vector<PhoneRow*> rows = m_rows;
+    reuseRowsById(
+        rows, devices, [](PhoneRow* r) { return r->device().id; },
+        [this](const PairedDevice& device, PhoneRow* r) {
+            if (!r) {
+                r = new PhoneRow(m_rowBox);
+                connect(r, &PhoneRow::trashClicked, this,
+                        [this, r] { setRemoving(r->device().id); });
+                connect(r, &PhoneRow::cancelClicked, this, [this] { setRemoving(std::nullopt); });
+                connect(r, &PhoneRow::removeClicked, this, [this, r] {
+                    const PairedDevice device = r->device();
+                    setRemoving(std::nullopt);
+                    m_model->revoke(device);
+                });
+            }
+            r->setDevice(device);
+            return r;
+        });
     for (int i = 0; i < int(rows.size()); ++i) {
         m_rowColumn->removeWidget(rows[std::size_t(i)]);
         m_rowColumn->insertWidget(i, rows[std::size_t(i)]);

@@ -1,5 +1,7 @@
 #include "SessionsView.h"
 
+#include "RowsById.h"
+
 #include "Looks.h"
 #include "SessionRow.h"
 
@@ -31,37 +33,28 @@ SessionRow* SessionsView::row(const std::string& id) const
 void SessionsView::setSessions(const std::vector<ClaudeSession>& sessions)
 {
     bool moved = sessions.size() != m_order.size();
-    bool resized = moved;
-    // Every current row, by id; a row is taken out when a session claims it. Ids are unique in
-    // the daemon's lists, but a repeated one simply gets a row of its own.
-    std::unordered_multimap<std::string, SessionRow*> spare;
-    spare.reserve(m_order.size());
-    for (SessionRow* r : m_order)
-        spare.emplace(r->session().id, r);
+    bool resized = false;
+    const std::vector<SessionRow*> before = m_order;
+    std::size_t index = 0;
+    reuseRowsById(
+        m_order, sessions, [](SessionRow* r) { return r->session().id; },
+        [&](const ClaudeSession& session, SessionRow* r) {
+            if (r) {
+                resized |= r->setSession(session);
+            } else {
+                r = new SessionRow(this);
+                r->setSession(session);
+                connect(r, &SessionRow::clicked, this, [this, r] { toggle(r->session().id); });
+                resized = true;
+            }
+            r->setExpanded(m_expanded && *m_expanded == session.id);
+            // Compared before the unclaimed rows are deleted.
+            if (!moved && before[index] != r)
+                moved = true;
+            ++index;
+            return r;
+        });
 
-    std::vector<SessionRow*> order;
-    order.reserve(sessions.size());
-    for (const ClaudeSession& session : sessions) {
-        SessionRow* r = nullptr;
-        if (auto it = spare.find(session.id); it != spare.end()) {
-            r = it->second;
-            spare.erase(it);
-            resized |= r->setSession(session);
-        } else {
-            r = new SessionRow(this);
-            r->setSession(session);
-            connect(r, &SessionRow::clicked, this, [this, r] { toggle(r->session().id); });
-            resized = true;
-        }
-        r->setExpanded(m_expanded && *m_expanded == session.id);
-        if (!moved && m_order[order.size()] != r)
-            moved = true;
-        order.push_back(r);
-    }
-    for (auto& entry : spare)
-        delete entry.second;
-
-    m_order = std::move(order);
     m_byId.clear();
     m_byId.reserve(m_order.size());
     for (SessionRow* r : m_order)
