@@ -92,16 +92,19 @@ std::string DaemonClient::socketPath()
     return std::string("/tmp/harkline-") + (user ? user : "user") + ".sock";
 }
 
-Json DaemonClient::request(const Json& request, int timeoutSeconds)
+Json DaemonClient::request(const Json& request, std::chrono::milliseconds timeout)
 {
     // Close-on-exec so that a service-manager child started meanwhile does not inherit it.
     const SocketFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (fd.get() < 0)
         throw NotRunning{};
 
-    const timeval timeout{timeoutSeconds, 0};
-    (void)setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-    (void)setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+    // A zero timeval would mean no time-out at all.
+    timeout = std::max(timeout, std::chrono::milliseconds(1));
+    const timeval limit{static_cast<time_t>(timeout.count() / 1000),
+                        static_cast<suseconds_t>(timeout.count() % 1000 * 1000)};
+    (void)setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    (void)setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 #if defined(SO_NOSIGPIPE)
     const int on = 1;
     (void)setsockopt(fd.get(), SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
@@ -134,8 +137,7 @@ Json DaemonClient::request(const Json& request, int timeoutSeconds)
 
     // Each read is bounded by the receive time-out, and all of them together by the deadline:
     // one byte every 100 ms would otherwise keep a thread busy for as long as the daemon likes.
-    const auto deadline =
-        std::chrono::steady_clock::now() + std::chrono::seconds(std::max(timeoutSeconds, 0));
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     std::string reply;
     std::vector<char> chunk(kReadChunk);
     for (;;) {
@@ -162,16 +164,17 @@ Json DaemonClient::request(const Json& request, int timeoutSeconds)
             break;
     }
 
-    Json parsed = parseStrict(reply);
+    Json parsed = parseReply(reply);
     if (parsed.is_discarded() || !parsed.is_object())
         throw BadReply{};
     return parsed;
 }
 
-std::optional<Json> DaemonClient::ok(const Json& request, int timeoutSeconds) noexcept
+std::optional<Json> DaemonClient::ok(const Json& request,
+                                     std::chrono::milliseconds timeout) noexcept
 {
     try {
-        Json reply = DaemonClient::request(request, timeoutSeconds);
+        Json reply = DaemonClient::request(request, timeout);
         const Json* flag = member(reply, "ok");
         if (flag && flag->is_boolean() && flag->get<bool>())
             return reply;

@@ -3,6 +3,7 @@
 #include "Json.h"
 #include "Records.h"
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <optional>
@@ -46,11 +47,19 @@ public:
     // request cannot be serialised. Returns the reply object, whatever its "ok".
     // The time-out bounds each blocking step and also the whole reply: a daemon that trickles
     // bytes cannot hold the calling thread for longer than that.
-    static Json request(const Json& request, int timeoutSeconds);
+    static Json request(const Json& request, std::chrono::milliseconds timeout);
+    static Json request(const Json& request, int timeoutSeconds)
+    {
+        return DaemonClient::request(request, std::chrono::seconds(timeoutSeconds));
+    }
 
     // The exchange as every caller wants it: the reply when it arrived and says "ok": true,
     // nothing on any failure. Never throws.
-    static std::optional<Json> ok(const Json& request, int timeoutSeconds) noexcept;
+    static std::optional<Json> ok(const Json& request, std::chrono::milliseconds timeout) noexcept;
+    static std::optional<Json> ok(const Json& request, int timeoutSeconds) noexcept
+    {
+        return ok(request, std::chrono::seconds(timeoutSeconds));
+    }
 
     // Only a daemon run by our own user may answer: anyone can create a socket at the /tmp
     // fallback path and could otherwise feed us a forged pairing payload.

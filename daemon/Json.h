@@ -16,7 +16,13 @@ using Json = nlohmann::json;
 // Parses one JSON text strictly; the discarded value on any error. Unlike the library alone, a
 // raw NUL byte anywhere is an error: the library stops reading at one, which would let bytes after
 // a NUL pass unseen, and a NUL is never valid JSON outside a string nor raw inside one.
-Json parseStrict(std::string_view text);
+//
+// Two flaws of otherwise valid JSON are let through, because one odd value must not void a whole
+// reply: a \u escape of a lone UTF-16 surrogate (what a JavaScript or Python writer emits after
+// cutting a text inside an emoji) reads as U+FFFD, and a number beyond the range of a double
+// (1e400) reads as null, so the member takes its default. Everything else the strict grammar
+// refuses stays refused.
+Json parseReply(std::string_view text);
 
 // A JSON number whose value is whole and fits a signed 64-bit integer: 8080 and 8080.0 give
 // 8080; 8080.5, "8080", true and 2^63 give nothing. Booleans are not numbers here, although some

@@ -5,7 +5,7 @@
 #include "HeaderView.h"
 #include "PhoneRow.h"
 #include "RelativeTime.h"
-#include "SessionRow.h"
+#include "SessionsView.h"
 #include "StatusSymbol.h"
 
 #include <QApplication>
@@ -18,7 +18,7 @@ using namespace harkline;
 
 namespace {
 QApplication* app = nullptr;
-ui::SessionRow* sessionRow = nullptr;
+ui::SessionsView* sessionsView = nullptr;
 ui::PhoneRow* phoneRow = nullptr;
 } // namespace
 
@@ -26,7 +26,8 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     setenv("QT_QPA_PLATFORM", "offscreen", 1);
     app = new QApplication(*argc, *argv);
-    sessionRow = new ui::SessionRow;
+    sessionsView = new ui::SessionsView;
+    sessionsView->resize(312, 300);
     phoneRow = new ui::PhoneRow;
     return 0;
 }
@@ -34,7 +35,7 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-    const Json parsed = parseStrict(bytes);
+    const Json parsed = parseReply(bytes);
     // A bad reply ends the exchange here. Past it, the reply goes on as ok() would hand it over
     // (its "ok" plays no part in what follows).
     if (parsed.is_discarded() || !parsed.is_object())
@@ -53,12 +54,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const DaemonTime now(std::chrono::seconds(1'750'000'000));
     for (const ClaudeSession& session : sessions) {
         (void)relativeTimePhrase(session.lastActive, now);
-        sessionRow->setSession(session);
-        sessionRow->setExpanded(true);
-        (void)sessionRow->titleText();
-        (void)sessionRow->detailText();
-        (void)sessionRow->heightForWidth(300);
-        sessionRow->setExpanded(false);
+        const ui::SessionRow row(session);
+        (void)row.titleText();
+        (void)row.detailText(now);
+    }
+    sessionsView->setSessions(sessions);
+    for (int i = 0; i < sessionsView->count(); ++i) {
+        sessionsView->toggle(sessionsView->session(i).id);
+        (void)sessionsView->shownLastText(i);
+        (void)sessionsView->contentHeight(300);
     }
     for (const PairedDevice& device : devices) {
         phoneRow->setDevice(device);

@@ -1,6 +1,7 @@
 #include "PhoneActions.h"
 
 #include "DaemonClient.h"
+#include "DisplayText.h"
 
 #include <QCoreApplication>
 
@@ -11,10 +12,11 @@ bool revokeWork(const std::string& deviceId)
     return DaemonClient::ok(DaemonClient::revoke(deviceId)).has_value();
 }
 
-QString revokeNotice(const QString& name, bool removed)
+QString revokeNotice(std::string_view name, bool removed)
 {
-    return removed ? QCoreApplication::translate("PhoneActions", "Removed %1.").arg(name)
-                   : QCoreApplication::translate("PhoneActions", "Could not remove %1.").arg(name);
+    const QString shown = daemonText(name);
+    return removed ? QCoreApplication::translate("PhoneActions", "Removed %1.").arg(shown)
+                   : QCoreApplication::translate("PhoneActions", "Could not remove %1.").arg(shown);
 }
 
 std::optional<std::int64_t> sendTestWork()

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace harkline {
 
@@ -14,8 +15,9 @@ namespace harkline {
 
 // Asks the daemon to forget the phone; true when it said it did.
 bool revokeWork(const std::string& deviceId);
-// "Removed Work phone." / "Could not remove Work phone."
-QString revokeNotice(const QString& name, bool removed);
+// "Removed Work phone." / "Could not remove Work phone.", with the daemon's name for the phone
+// made inert and isolated, so that it can neither rewrite nor reorder the sentence around it.
+QString revokeNotice(std::string_view name, bool removed);
 
 // Sends the fixed test notification, then asks how many phones are connected to receive it.
 // None when the notification could not be sent; 0 when the count could not be read.

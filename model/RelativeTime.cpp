@@ -73,11 +73,19 @@ QString phrase(DaemonTime when, DaemonTime now, const icu::Locale& locale)
     return QString(reinterpret_cast<const QChar*>(text.getBuffer()), text.length());
 }
 
+// The interface is in English only, so the phrase is too; the region still picks the regional
+// English ("5 min ago" in Germany or Britain, "5 min. ago" in the United States) and its digits
+// ("1.234 days ago" in Germany).
+icu::Locale englishFor(const icu::Locale& locale)
+{
+    return icu::Locale("en", locale.getCountry());
+}
+
 } // namespace
 
 QString relativeTimePhrase(DaemonTime when, DaemonTime now)
 {
-    return phrase(when, now, icu::Locale::getDefault());
+    return phrase(when, now, englishFor(icu::Locale::getDefault()));
 }
 
 QString relativeTimePhrase(DaemonTime when)
@@ -87,7 +95,7 @@ QString relativeTimePhrase(DaemonTime when)
 
 QString relativeTimePhrase(DaemonTime when, DaemonTime now, const QString& localeId)
 {
-    return phrase(when, now, icu::Locale(localeId.toLatin1().constData()));
+    return phrase(when, now, englishFor(icu::Locale(localeId.toLatin1().constData())));
 }
 
 } // namespace harkline

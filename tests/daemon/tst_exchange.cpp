@@ -122,6 +122,7 @@ private slots:
     {
         QTest::addColumn<Script>("script");
         QTest::newRow("closed without a byte") << Script::closeWithoutAnswer();
+        // The grammar itself is checked against JSONTestSuite below; these are the exchange's.
         const std::pair<const char*, std::string> rows[] = {
             {"not JSON", "hello\n"},
             {"empty array", "[]\n"},
@@ -130,16 +131,8 @@ private slots:
             {"junk after the newline", "{\"ok\":true}\nxyz"},
             {"two objects", "{\"ok\":true}{}\n"},
             {"cut short", "{\"ok\":true,\"name\":\"ha"},
-            {"raw tab in a string", "{\"ok\":true,\"n\":\"a\tb\"}\n"},
-            {"bad escape", "{\"ok\":true,\"n\":\"\\q\"}\n"},
-            {"number 1.", "{\"ok\":true,\"n\":1.}\n"},
-            {"leading zero", "{\"ok\":true,\"n\":012}\n"},
-            {"invalid UTF-8", "{\"ok\":true,\"n\":\"\xc3\x28\"}\n"},
-            {"lone surrogate", "{\"ok\":true,\"n\":\"\\udc00\"}\n"},
             {"NUL in a string", std::string("{\"ok\":true,\"n\":\"a\0b\"}\n", 22)},
-            {"NUL after the object", std::string("{\"ok\":true}\0\n", 13)},
-            {"single quotes", "{'ok':true}\n"},
-            {"trailing comma", "{\"ok\":true,}\n"}};
+            {"NUL after the object", std::string("{\"ok\":true}\0\n", 13)}};
         for (const auto& [name, bytes] : rows)
             QTest::newRow(name) << Script::bytes(bytes);
     }
@@ -147,6 +140,80 @@ private slots:
     {
         QFETCH(Script, script);
         QVERIFY_THROWS_EXCEPTION(DaemonClient::BadReply, exchange(script));
+    }
+
+    // Every text JSONTestSuite says must be refused is refused, every one it says must be
+    // accepted is accepted as the library reads it, and of those it leaves open, lone surrogate
+    // escapes read as U+FFFD and numbers beyond a double as null.
+    void theGrammarIsStrictButForTwoLeniencies()
+    {
+        const QString fffd = QString(QChar(0xFFFD));
+        QFile table(QStringLiteral(DATA "/lenient-expected.json"));
+        QVERIFY(table.open(QIODevice::ReadOnly));
+        const Json lenient = Json::parse(table.readAll().toStdString());
+        const QFileInfoList files =
+            QDir(DATA "/jsontestsuite").entryInfoList({"*.json"}, QDir::Files);
+        QCOMPARE(files.size(), 303);
+        for (const QFileInfo& file : files) {
+            QFile in(file.filePath());
+            QVERIFY(in.open(QIODevice::ReadOnly));
+            const std::string text = in.readAll().toStdString();
+            const QString name = file.completeBaseName();
+            const Json parsed = harkline::parseReply(text);
+            if (name.startsWith("n_")) {
+                QVERIFY2(parsed.is_discarded(), qPrintable(name));
+            } else if (name.startsWith("y_")) {
+                QVERIFY2(parsed == Json::parse(text), qPrintable(name));
+            } else {
+                QVERIFY2(parsed == lenient.value(name.toStdString(), Json()), qPrintable(name));
+            }
+        }
+        // Escaped backslashes are text, not escapes; several flaws in one text are all mended;
+        // a number in a string, or where no value may stand, is left alone.
+        const std::pair<const char*, QString> rows[] = {
+            {R"(["\\ud83d","\ud83d"])", "[\"\\\\ud83d\",\"" + fffd + "\"]"},
+            {R"(["\\\ud83d"])", "[\"\\\\" + fffd + "\"]"},
+            // Pairs at the edges of the surrogate ranges stay pairs.
+            {R"(["\udbff\udfff\ud800\udc00\ud83d"])", "[\"\U0010FFFF\U00010000" + fffd + "\"]"},
+            {R"(["\ud83d\ude00\ud83d", -1e400, "1e400"])",
+             "[\"\U0001F600" + fffd + "\",null,\"1e400\"]"},
+            {R"({"a":[1E+999 ,2],"b":{"c":-0.5e99999}})", R"({"a":[null,2],"b":{"c":null}})"},
+            {R"(["\ud83d",1e400x])", "discarded"},
+            {R"(["\ud83d" 1e400])", "discarded"},
+            {R"({1e400:1})", "discarded"},
+            {R"(["\ud83d\u12"])", "discarded"},
+            {R"(["\ud83d	"])", "discarded"}};
+        for (const auto& [text, expected] : rows) {
+            const Json parsed = harkline::parseReply(text);
+            QCOMPARE(parsed.is_discarded() ? QString("discarded")
+                                           : QString::fromStdString(parsed.dump()),
+                     expected);
+        }
+    }
+
+    // What the reply was for still arrives: the other sessions, and the status that says the
+    // daemon runs.
+    void oneOddValueDoesNotVoidTheReply()
+    {
+        FakeDaemon fake(DaemonClient::socketPath());
+        fake.setHandler([](const std::string& line) {
+            return Script::bytes(FakeDaemon::commandOf(line) == "status"
+                                     ? R"({"ok":true,"name":"desk","port":1e400})"
+                                       "\n"
+                                     : R"({"ok":true,"sessions":[{"id":"a","title":"Fix \ud83d"},)"
+                                       R"({"id":"b","last_ts":-1e400,"queued":2}]})"
+                                       "\n");
+        });
+        const auto status = DaemonClient::ok(DaemonClient::status());
+        QVERIFY(status);
+        QCOMPARE(harkline::DaemonStatus(*status).name, "desk");
+        QCOMPARE(harkline::DaemonStatus(*status).port, 0);
+        const auto sessions =
+            DaemonClient::sessionsFrom(DaemonClient::ok(DaemonClient::sessions()));
+        QCOMPARE(sessions.size(), std::size_t(2));
+        QCOMPARE(sessions[0].title, "Fix \uFFFD");
+        QCOMPARE(sessions[1].lastActive, harkline::DaemonTime{});
+        QCOMPARE(sessions[1].queued, 2);
     }
 
     void nobodyListeningIsNotRunning()

@@ -77,7 +77,8 @@ private slots:
             QFile args(program + ".args");
             if (row.tool >= 0 && args.open(QIODevice::ReadOnly))
                 QCOMPARE(args.readAll().trimmed(),
-                         QByteArray(row.restart ? "--user restart" : "--user start") +
+                         QByteArray(row.restart ? "--user --no-block restart"
+                                                : "--user --no-block start") +
                              " com.windmeric.harkline.service");
             QCOMPARE(args.exists(), row.tool >= 0);
         }
@@ -95,11 +96,12 @@ private slots:
             QSignalSpy refreshes(&model, &AppModel::refreshStarted);
             PairedDevice device;
             device.id = "dev-7";
-            device.name = "Work phone";
+            device.name = "Work\u202e phone\u009c"; // can neither reverse nor cut the notice
             model.revoke(device);
             QVERIFY(settle(model));
             QCOMPARE(model.notice(),
-                     text(accepted ? "Removed Work phone." : "Could not remove Work phone."));
+                     text(accepted ? "Removed \u2068Work phone\uFFFD\u2069."
+                                   : "Could not remove \u2068Work phone\uFFFD\u2069."));
             QCOMPARE(refreshes.count(), 1); // the list changes only through the refresh
             QCOMPARE(refreshes.first().first().toBool(), true);
             const auto sent = daemon.requests();

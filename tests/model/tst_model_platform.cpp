@@ -8,7 +8,9 @@
 #include "WindowVisibility.h"
 
 #include <QClipboard>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QTest>
 
@@ -37,10 +39,21 @@ private slots:
         QVERIFY(runServiceCommand({"/bin/sh", {"-c", "echo chatter; exit 0"}}));
         QVERIFY(!runServiceCommand({"/bin/sh", {"-c", "exit 3"}}));
         QVERIFY(!runServiceCommand({"/bin/sh", {"-c", "kill -9 $$"}})); // killed: not a success
+        // A tool that hangs is killed at the limit and counts as a failure.
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(!runServiceCommand({"/bin/sh", {"-c", "exec sleep 30"}},
+                                   std::chrono::milliseconds(300)));
+        QVERIFY(clock.elapsed() < 10000);
         // No shell of ours in between: an argument arrives whole and unexpanded.
         QVERIFY(runServiceCommand(
             {"/bin/sh", {"-c", "printf %s \"$1\" > \"$2\"", "sh", "a b $HOME;true", out}}));
         QCOMPARE(readAll(out), "a b $HOME;true");
+        // systemd is asked by absolute path, without waiting for the start job.
+        const SystemdServiceManager systemd;
+        QVERIFY(QFileInfo(systemd.command(false).program).isAbsolute());
+        QCOMPARE(systemd.command(true).arguments,
+                 (QStringList{"--user", "--no-block", "restart", SystemdServiceManager::kUnit}));
         // On macOS a restart is a kickstart that kills first.
         QCOMPARE(launchd::kickstart(true, 501).arguments,
                  (QStringList{"kickstart", "-k", "gui/501/com.windmeric.harkline"}));

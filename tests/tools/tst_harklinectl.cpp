@@ -48,6 +48,18 @@ Run ctl(const QStringList& args)
             QString::fromUtf8(process.readAllStandardError())};
 }
 
+// JSON written with ' for " to stay readable: q("{'ok':true}").
+QString q(const char* text)
+{
+    return QString::fromUtf8(text).replace('\'', '"');
+}
+
+// Daemon text as harklinectl prints it: between a first-strong isolate and its end.
+QString iso(const QString& text)
+{
+    return QChar(0x2068) + text + QChar(0x2069);
+}
+
 double msAgo(seconds ago)
 {
     return double(
@@ -130,6 +142,24 @@ class HarklinectlTest : public QObject
             fake->setReplies({});
         else if (daemon == "garbage")
             fake->setHandler([](const std::string&) { return FakeDaemon::Script::bytes("{]\n"); });
+        else if (daemon == "hostile") // markup, C1 and bidi controls, a cut emoji, 1e400
+            fake->setHandler([](const std::string& line) {
+                const std::string cmd = FakeDaemon::commandOf(line);
+                return FakeDaemon::Script::bytes(
+                    cmd == "status"
+                        ? q("{'ok':true,'name':'<b>x</b> & \\u202e\\ud83d','hosts':['h\\u202e:1',"
+                            "'a\\u009b2J\\nb'],'port':1e400,'devices':1,'connected':1,'pending':0}"
+                            "\n")
+                              .toStdString()
+                    : cmd == "sessions"
+                        ? q("{'ok':true,'sessions':[{'id':'s1','title':'t\\u009c\\u001b[31m',"
+                            "'project':'\\u202ep','state':'wait\\u202eing','last_ts':-1e400}]}"
+                            "\n")
+                              .toStdString()
+                        : q("{'ok':true,'devices':[{'id':'i\\u0085','name':'n\\u2066a'}]}"
+                            "\n")
+                              .toStdString());
+            });
         const Run run = ctl(args);
         const QString label = daemon + ": " + args.join(' ');
         QVERIFY2(run.err == err, qPrintable(label + "\n" + run.err));
@@ -156,11 +186,11 @@ private slots:
         const QString notRunning = "The service is not running.\n";
         const QString statusJson = "{\"connected\":1,\"devices\":3,\"hosts\":[\"10.0.0.2\","
                                    "\"desk.local\"],\"name\":\"desk\",";
+        const QString running = "harkline is running at " + socket + ".\n";
         expect("answers", {"status"}, 0,
-               "harkline is running at " + socket +
-                   ".\nname:            desk\n"
-                   "address:         10.0.0.2, desk.local\n"
-                   "port:            8443\n"
+               running + "name:            " + iso("desk") +
+                   "\naddress:         " + iso("10.0.0.2") + ", " + iso("desk.local") +
+                   "\nport:            8443\n"
                    "phones:          1 connected of 3 paired\n"
                    "waiting prompts: 0\n",
                "");
@@ -169,23 +199,25 @@ private slots:
         // No prompt counted by the daemon, but a session waits: the companion's badge rule.
         expect("answers", {"status", "--waybar"}, 0,
                "{\"alt\":\"bell.badge\",\"class\":\"waiting\",\"text\":\"1\","
-               "\"tooltip\":\"desk\\n1 waiting · 1 of 3 phones connected\"}\n",
+               "\"tooltip\":\"\\u2068desk\\u2069\\n1 waiting · 1 of 3 phones connected\"}\n",
                "");
         expect("answers", {"sessions"}, 0,
-               "waiting  Fix backoff · relay · 5 min. ago · phone can reply · 2 queued\n"
-               "working  notes · 1 hr. ago\n",
+               iso("waiting") + "  " + iso("Fix backoff") + " · " + iso("relay") +
+                   " · 5 min. ago · phone can reply · 2 queued\n" + iso("working") + "  " +
+                   iso("notes") + " · 1 hr. ago\n",
                "");
         expect("answers", {"devices"}, 0,
-               "Pixel · paired at an unknown time · p1\nWork · paired at an unknown time · p2\n"
-               "Work · paired at an unknown time · p3\n",
+               iso("Pixel") + " · paired at an unknown time · " + iso("p1") + "\n" + iso("Work") +
+                   " · paired at an unknown time · " + iso("p2") + "\n" + iso("Work") +
+                   " · paired at an unknown time · " + iso("p3") + "\n",
                "");
         expect("answers", {"devices", "--json"}, 0,
                "[{\"id\":\"p1\",\"name\":\"Pixel\",\"paired\":0.0},{\"id\":\"p2\",\"name\":"
                "\"Work\",\"paired\":0.0},{\"id\":\"p3\",\"name\":\"Work\",\"paired\":0.0}]\n",
                "");
         expect("answers", {"test"}, 0, "Test notification sent to 1 phone.\n", "");
-        expect("answers", {"revoke", "Pixel"}, 0, "Removed Pixel.\n", "");
-        expect("answers", {"revoke", "p3"}, 0, "Removed Work.\n", "");
+        expect("answers", {"revoke", "Pixel"}, 0, "Removed " + iso("Pixel") + ".\n", "");
+        expect("answers", {"revoke", "p3"}, 0, "Removed " + iso("Work") + ".\n", "");
         expect("answers", {"revoke", "Work"}, 1, "",
                "2 paired phones are named \"Work\"; give the id of the one to remove (see "
                "harklinectl devices).\n");
@@ -194,9 +226,44 @@ private slots:
         expect("answers", {"raw", "{\"cmd\": \"status\"}"}, 0,
                statusJson + "\"ok\":true,\"pending\":0,\"port\":8443}\n", "");
         expect("refusesActions", {"test"}, 3, "", notRunning);
-        expect("refusesActions", {"revoke", "Pixel"}, 1, "", "Could not remove Pixel.\n");
+        expect("refusesActions", {"revoke", "Pixel"}, 1, "",
+               "Could not remove " + iso("Pixel") + ".\n");
         expect("refusesActions", {"pair"}, 1, "", noCode);
         expect("refusesActions", {"raw", "{\"cmd\":\"emit\"}"}, 1, "{\"ok\":false}\n", "");
+        // Daemon text reaches neither the terminal nor waybar's markup as anything but text:
+        // inert and isolated in lines, escaped in JSON and markup; one odd value voids nothing.
+        const QString bad(QChar(0xFFFD));
+        expect("hostile", {"status"}, 0,
+               running + "name:            " + iso("<b>x</b> & " + bad) +
+                   "\naddress:         " + iso("h:1") + ", " + iso("a" + bad + "2J b") +
+                   "\nport:            0\nphones:          1 connected of 1 paired\n"
+                   "waiting prompts: 0\n",
+               "");
+        expect("hostile", {"status", "--json"}, 0,
+               q("{'connected':1,'devices':1,'hosts':['h\\u202e:1','a\\u009b2J\\nb'],'name':"
+                 "'<b>x</b> & \\u202e�','pending':0,'port':0,'running':true}"
+                 "\n"),
+               "");
+        expect("hostile", {"status", "--waybar"}, 0,
+               q("{'alt':'bell','class':'quiet','text':'0','tooltip':'\\u2068&lt;b&gt;x&lt;/b&gt; "
+                 "&amp; �\\u2069\\n0 waiting · 1 of 1 phones connected'}"
+                 "\n"),
+               "");
+        expect("hostile", {"sessions"}, 0,
+               iso("waiting") + "  " + iso("t" + bad + bad + "[31m") + " · " + iso("p") +
+                   " · unknown\n",
+               "");
+        expect("hostile", {"sessions", "--json"}, 0,
+               q("[{'id':'s1','last_active':0.0,'last_text':'','listening':false,'project':"
+                 "'\\u202ep','queued':0,'state':'wait\\u202eing','title':'t\\u009c\\u001b[31m'}]"
+                 "\n"),
+               "");
+        expect("hostile", {"devices"}, 0,
+               iso("na") + " · paired at an unknown time · " + iso("i ") + "\n", "");
+        expect("hostile", {"raw", q("{'cmd':'devices'}")}, 0,
+               q("{'devices':[{'id':'i\\u0085','name':'n\\u2066a'}],'ok':true}"
+                 "\n"),
+               "");
         // A refused status is a daemon that does not answer, as in the companion.
         expect("refuses", {"status"}, 3, "", down);
         expect("absent", {"status"}, 3, "", down);
@@ -207,11 +274,13 @@ private slots:
         expect("absent", {"test"}, 3, "", notRunning);
         expect("absent", {"pair"}, 1, "", noCode);
         expect("absent", {"raw", "{\"cmd\":\"status\"}"}, 3, "", down);
+        QVERIFY(ctl({"help", "status"}).out.contains("\n\nWhether the daemon answers, "));
         expect("garbage", {"raw", "{\"cmd\":\"status\"}"}, 5, "",
                "harkline sent a bad reply: not one JSON object, or nothing in time.\n");
     }
 
-    // Each request waits out the client's time-out (3 s); raw can be told to wait less.
+    // Each request waits out the client's time-out (3 s); raw can be told to wait less, and a
+    // status-bar line never waits longer than the status request.
     void aHangingDaemon()
     {
         FakeDaemon fake(socket.toStdString());
@@ -225,6 +294,23 @@ private slots:
         run = ctl({"raw", "--timeout", "1", "{\"cmd\":\"status\"}"});
         QCOMPARE(run.code, 5);
         QVERIFY(clock.elapsed() >= 900 && clock.elapsed() < 2900);
+
+        // A status-bar line is due within the status request's 3 s, however long the sessions
+        // hang: here the status takes 2.5 s of them and the sessions never come.
+        fake.setHandler([this](const std::string& line) {
+            if (FakeDaemon::commandOf(line) != "status")
+                return FakeDaemon::Script::never();
+            FakeDaemon::Script slow = FakeDaemon::Script::answer(status());
+            slow.chunks.insert(slow.chunks.begin(), " ");
+            slow.gap = milliseconds(2500);
+            return slow;
+        });
+        clock.restart();
+        run = ctl({"status", "--waybar"});
+        QVERIFY2(clock.elapsed() < 4500, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(run.code, 0);
+        QVERIFY(run.out.startsWith("{\"alt\":\"bell\",\"class\":\"quiet\",\"text\":\"0\""));
+        QCOMPARE(fake.count("sessions"), 1);
     }
 
     void wrongUsageExits2WithOneSentence()
@@ -233,7 +319,7 @@ private slots:
         const QString cases =
             ";bogus;--bogus;status extra;status --json --waybar;status --watch 1;"
             "status --waybar --watch 0;status --waybar --watch;sessions --waybar;"
-            "revoke;revoke a b;raw {\"cmd\":;raw [\"status\"];raw --timeout 1e9 {};"
+            "revoke;revoke a b;revoke -x;raw {\"cmd\":;raw [\"status\"];raw --timeout 1e9 {};"
             "help bogus";
         for (const QString& label : cases.split(';')) {
             const Run run = ctl(label.split(' ', Qt::SkipEmptyParts));
@@ -248,7 +334,9 @@ private slots:
     void pairShowsAReadableCodeAndNamesTheFirstNewPhone()
     {
         QVERIFY2(!QStandardPaths::findExecutable("zbarimg").isEmpty(), "zbar-tools is missing");
-        const std::string payload = "hk1:pair?host=10.0.0.2&token=Grüße-€-" + std::string(80, 'z');
+        // The code is printed inert but not isolated: people copy it.
+        const std::string payload =
+            "hk1:pair?host=10.0.0.2&token=Grüße-€-\u202e" + std::string(80, 'z');
         FakeDaemon fake(socket.toStdString());
         std::atomic<int> polls{0};
         fake.setHandler([&](const std::string& line) {
@@ -267,9 +355,11 @@ private slots:
         const Run run = ctl({"pair"});
         QCOMPARE(run.err, "");
         QCOMPARE(run.code, 0);
-        QVERIFY(run.out.endsWith("\nPairing code: " + QString::fromStdString(payload) +
-                                 "\nWaiting for the phone; the code expires in 0:30.\n"
-                                 "Paired with Tablet\n"));
+        QVERIFY(run.out.endsWith(
+            "\nPairing code: " + QString::fromStdString(payload).remove(QChar(0x202E)) +
+            "\nWaiting for the phone; the code expires in 0:30.\n"
+            "Paired with " +
+            iso("Tablet") + "\n"));
         QCOMPARE(decodeTerminalQr(run.out), QByteArray::fromStdString(payload));
         const auto requests = fake.requests();
         QCOMPARE(FakeDaemon::commandOf(requests[0]), "devices"); // the phones known before

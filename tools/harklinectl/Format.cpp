@@ -1,5 +1,6 @@
 #include "Format.h"
 
+#include "DisplayText.h"
 #include "RelativeTime.h"
 #include "StatusSymbol.h"
 
@@ -32,13 +33,57 @@ std::int64_t waitingCount(const DaemonStatus& status, const std::vector<ClaudeSe
 
 } // namespace
 
-std::string oneLine(std::string_view text)
+std::string shown(std::string_view text)
 {
-    std::string line(text);
-    for (char& c : line)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-            c = ' ';
-    return line;
+    return daemonText(text).toStdString();
+}
+
+std::string inert(std::string_view text)
+{
+    return inertText(text).toStdString();
+}
+
+std::string jsonText(const Json& value)
+{
+    // The writer escapes C0 controls itself and leaves the rest as UTF-8.
+    const QString text = QString::fromStdString(value.dump());
+    QString out;
+    out.reserve(text.size());
+    for (const QChar c : text) {
+        if (changesDisplay(c.unicode()))
+            out += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        else
+            out += c;
+    }
+    return out.toStdString();
+}
+
+std::string markupEscaped(std::string_view text)
+{
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text) {
+        switch (c) {
+        case '&':
+            out += "&amp;";
+            break;
+        case '<':
+            out += "&lt;";
+            break;
+        case '>':
+            out += "&gt;";
+            break;
+        case '"':
+            out += "&quot;";
+            break;
+        case '\'':
+            out += "&#39;";
+            break;
+        default:
+            out += c;
+        }
+    }
+    return out;
 }
 
 std::string whenText(DaemonTime when, DaemonTime now)
@@ -50,9 +95,9 @@ std::vector<std::string> statusLines(const DaemonStatus& status)
 {
     std::string hosts;
     for (const std::string& host : status.hosts)
-        hosts += (hosts.empty() ? "" : ", ") + oneLine(host);
+        hosts += (hosts.empty() ? "" : ", ") + shown(host);
     return {
-        "name:            " + orElse(oneLine(status.name), "(none)"),
+        "name:            " + orElse(shown(status.name), "(none)"),
         "address:         " + orElse(hosts, "(none)"),
         "port:            " + std::to_string(status.port),
         "phones:          " + std::to_string(status.connected) + " connected of " +
@@ -63,11 +108,12 @@ std::vector<std::string> statusLines(const DaemonStatus& status)
 
 std::string sessionLine(const ClaudeSession& session, DaemonTime now)
 {
-    std::string state = orElse(oneLine(session.state), "?");
-    // The daemon's states are short ASCII words: line them up.
-    state.resize(std::max<std::size_t>(state.size() + 2, 9), ' ');
-    const std::string project = oneLine(session.project);
-    std::string line = state + orElse(oneLine(session.title), orElse(project, "(untitled)"));
+    // The daemon's states are short words: line them up, counting characters, not bytes.
+    const QString state = inertText(session.state);
+    std::string line = state.isEmpty() ? "?" : isolated(state).toStdString();
+    line.append(std::max<qsizetype>(9 - std::max<qsizetype>(state.size(), 1), 2), ' ');
+    const std::string project = shown(session.project);
+    line += orElse(shown(session.title), orElse(project, "(untitled)"));
     // A session without a title is already named by its project; do not say it twice.
     if (!session.title.empty() && !project.empty())
         line += std::string(kSeparator) + project;
@@ -92,8 +138,8 @@ std::string deviceLine(const PairedDevice& device, DaemonTime now)
             std::strftime(date, sizeof date, "%Y-%m-%d %H:%M", &local) > 0)
             paired += std::string(" (") + date + ")";
     }
-    return orElse(oneLine(device.name), "(unnamed phone)") + std::string(kSeparator) + paired +
-           std::string(kSeparator) + orElse(oneLine(device.id), "(no id)");
+    return orElse(shown(device.name), "(unnamed phone)") + std::string(kSeparator) + paired +
+           std::string(kSeparator) + orElse(shown(device.id), "(no id)");
 }
 
 Json statusJson(const std::optional<DaemonStatus>& status)
@@ -145,11 +191,12 @@ std::string waybarLine(const std::optional<DaemonStatus>& status,
     } else {
         const std::int64_t waiting = waitingCount(*status, sessions);
         line["text"] = std::to_string(waiting);
-        line["tooltip"] = orElse(status->name, "harkline") + "\n" + std::to_string(waiting) +
+        line["tooltip"] =
+            markupEscaped(orElse(shown(status->name), "harkline") + "\n" + std::to_string(waiting) +
                           " waiting · " + std::to_string(status->connected) + " of " +
-                          std::to_string(status->devices) + " phones connected";
+                          std::to_string(status->devices) + " phones connected");
     }
-    return line.dump();
+    return jsonText(line);
 }
 
 } // namespace harkline::ctl

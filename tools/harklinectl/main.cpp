@@ -74,7 +74,7 @@ std::string quoted(std::string_view text)
 {
     // Built by appending: GCC 12 at -O3 warns falsely (-Wrestrict) on "\"" + std::string.
     std::string result(1, '"');
-    result += ctl::oneLine(text);
+    result += ctl::inert(text);
     result += '"';
     return result;
 }
@@ -164,8 +164,6 @@ void print(const std::string& line)
 
 // --- status ---
 
-// What a status bar shows: the status, and the sessions only when the daemon's own count of
-// waiting prompts is zero, as the icon rule does not look at them otherwise.
 std::optional<DaemonStatus> statusNow()
 {
     if (const auto reply = DaemonClient::ok(DaemonClient::status()))
@@ -173,12 +171,24 @@ std::optional<DaemonStatus> statusNow()
     return std::nullopt;
 }
 
+// What a status bar shows: the status, and the sessions only when the daemon's own count of
+// waiting prompts is zero, as the icon rule does not look at them otherwise. The line is due
+// within the status request's time-out, however slow the sessions are: they get what is left of
+// it, and when they do not come in time the line says what the status alone says. (Leaving the
+// sessions out altogether would let the bar disagree with the tray icon, which shows a waiting
+// session the daemon does not count; keeping the last list would still need a bound and does
+// not exist for a single line.)
 std::string waybarNow()
 {
+    using namespace std::chrono;
+    const auto due =
+        steady_clock::now() + std::chrono::seconds(DaemonClient::status().timeoutSeconds);
     const std::optional<DaemonStatus> status = statusNow();
     std::vector<ClaudeSession> sessions;
-    if (status && status->pending <= 0)
-        sessions = DaemonClient::sessionsFrom(DaemonClient::ok(DaemonClient::sessions()));
+    const auto left = duration_cast<milliseconds>(due - steady_clock::now());
+    if (status && status->pending <= 0 && left.count() > 0)
+        sessions =
+            DaemonClient::sessionsFrom(DaemonClient::ok(DaemonClient::sessions().request, left));
     return ctl::waybarLine(status, sessions);
 }
 
@@ -196,7 +206,7 @@ int runStatus(Arguments args)
         throw UsageError{"--watch goes with --waybar or --json"};
 
     const auto line = [&] {
-        return options.waybar ? waybarNow() : ctl::statusJson(statusNow()).dump();
+        return options.waybar ? waybarNow() : ctl::jsonText(ctl::statusJson(statusNow()));
     };
     if (options.watch) {
         // Runs until stopped; a status bar reads each line as it comes.
@@ -216,7 +226,7 @@ int runStatus(Arguments args)
     }
     const auto status = statusNow();
     if (options.json) {
-        print(ctl::statusJson(status).dump());
+        print(ctl::jsonText(ctl::statusJson(status)));
         return status ? kSuccess : kNotRunning;
     }
     if (!status)
@@ -237,7 +247,7 @@ int runSessions(Arguments args)
         return notRunning();
     const auto sessions = DaemonClient::sessionsFrom(reply);
     if (options.json) {
-        print(ctl::sessionsJson(sessions).dump());
+        print(ctl::jsonText(ctl::sessionsJson(sessions)));
         return kSuccess;
     }
     if (sessions.empty())
@@ -256,7 +266,7 @@ int runDevices(Arguments args)
         return notRunning();
     const auto devices = DaemonClient::devicesFrom(reply);
     if (options.json) {
-        print(ctl::devicesJson(devices).dump());
+        print(ctl::jsonText(ctl::devicesJson(devices)));
         return kSuccess;
     }
     if (devices.empty())
@@ -310,7 +320,8 @@ int runPair(Arguments args)
         std::cout << ctl::terminalQr(*modules);
     else
         std::cout << "(This code is too long to show as a QR code; enter it in the app.)\n";
-    std::cout << "Pairing code: " << ctl::oneLine(pairing.payload) << '\n';
+    // Inert but not isolated: people copy it, and nothing follows it on its line.
+    std::cout << "Pairing code: " << ctl::inert(pairing.payload) << '\n';
 
     const bool terminal = ::isatty(STDOUT_FILENO);
     if (!terminal)
@@ -340,7 +351,7 @@ int runPair(Arguments args)
             if (g_countdownOpen)
                 std::cout << "\r\033[K";
             g_countdownOpen = 0;
-            print("Paired with " + ctl::oneLine(*pairing.pairedWith));
+            print("Paired with " + ctl::shown(*pairing.pairedWith));
             return kSuccess;
         }
         std::this_thread::sleep_until(tick + std::chrono::seconds(1));
@@ -384,9 +395,7 @@ int runRevoke(Arguments args)
     if (!device)
         return fail(kFailed, problem);
     const bool removed = harkline::revokeWork(device->id);
-    const std::string notice =
-        harkline::revokeNotice(QString::fromStdString(ctl::oneLine(device->name)), removed)
-            .toStdString();
+    const std::string notice = harkline::revokeNotice(device->name, removed).toStdString();
     if (!removed)
         return fail(kFailed, notice);
     print(notice);
@@ -421,7 +430,7 @@ int tableTimeout(const Json& request)
 int runRaw(Arguments args)
 {
     const Options options = parse("raw", args, {"--timeout"}, "a JSON request object");
-    const Json request = harkline::parseStrict(options.operands.front());
+    const Json request = harkline::parseReply(options.operands.front());
     if (request.is_discarded())
         throw UsageError{"the request is not valid JSON"};
     if (!request.is_object())
@@ -435,7 +444,7 @@ int runRaw(Arguments args)
         return fail(kBadReply, "harkline sent a bad reply: not one JSON object, or nothing in "
                                "time.");
     }
-    print(reply.dump());
+    print(ctl::jsonText(reply));
     const Json* ok = harkline::member(reply, "ok");
     return ok && ok->is_boolean() && ok->get<bool>() ? kSuccess : kFailed;
 }
@@ -450,9 +459,10 @@ constexpr std::array kSubcommands{
                "  --json             one JSON object: running, name, hosts, port, devices,\n"
                "                     connected, pending (only running when it does not answer)\n"
                "  --waybar           one JSON line for waybar's custom module: text (waiting\n"
-               "                     prompts, \"off\" when down), tooltip, class (down, waiting,\n"
-               "                     quiet), alt (the icon name: bell.slash, bell.badge, bell);\n"
-               "                     exits 0 also when the daemon is down\n"
+               "                     prompts, \"off\" when down), tooltip (Pango markup, daemon\n"
+               "                     text escaped), class (down, waiting, quiet), alt (the icon\n"
+               "                     name: bell.slash, bell.badge, bell); within 3 s; exits 0\n"
+               "                     also when the daemon is down\n"
                "  --watch SECONDS    with --waybar or --json: ask again every SECONDS and print a\n"
                "                     new line only when it changes; runs until stopped\n",
                runStatus},
