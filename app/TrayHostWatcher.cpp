@@ -58,10 +58,7 @@ TrayHostWatcher::TrayHostWatcher(QDBusConnection bus, QObject* parent)
     connect(&m_serviceWatcher, &QDBusServiceWatcher::serviceRegistered, this,
             &TrayHostWatcher::checkStatusNotifierHost);
     m_poll.setInterval(kPollMs);
-    connect(&m_poll, &QTimer::timeout, this, [this] {
-        checkXEmbed();
-        checkStatusNotifierHost();
-    });
+    connect(&m_poll, &QTimer::timeout, this, &TrayHostWatcher::checkStatusNotifierHost);
 }
 
 void TrayHostWatcher::start()
@@ -73,16 +70,21 @@ void TrayHostWatcher::start()
                       QStringLiteral("StatusNotifierHostRegistered"), this,
                       SLOT(checkStatusNotifierHost()));
     }
-    checkXEmbed();
     checkStatusNotifierHost();
-    if (!m_available)
+    if (!isAvailable())
         m_poll.start();
 }
 
+// A desktop with both (Xfce) gets a StatusNotifierItem: its host draws our menu and reports
+// where the icon was clicked. So XEmbed is looked at only once the bus has said no.
 void TrayHostWatcher::checkStatusNotifierHost()
 {
-    if (m_available || !m_bus.isConnected())
+    if (isAvailable())
         return;
+    if (!m_bus.isConnected()) {
+        checkXEmbed();
+        return;
+    }
     QDBusMessage get = QDBusMessage::createMethodCall(
         QLatin1String(kWatcherService), QLatin1String(kWatcherPath),
         QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
@@ -93,21 +95,23 @@ void TrayHostWatcher::checkStatusNotifierHost()
         QDBusPendingReply<QDBusVariant> reply = *w;
         w->deleteLater();
         if (!reply.isError() && reply.value().variant().toBool())
-            found();
+            found(Kind::StatusNotifier);
+        else
+            checkXEmbed();
     });
 }
 
 void TrayHostWatcher::checkXEmbed()
 {
-    if (!m_available && xembedTrayPresent())
-        found();
+    if (!isAvailable() && xembedTrayPresent())
+        found(Kind::XEmbed);
 }
 
-void TrayHostWatcher::found()
+void TrayHostWatcher::found(Kind kind)
 {
-    if (m_available)
+    if (isAvailable())
         return;
-    m_available = true;
+    m_kind = kind;
     m_poll.stop();
     Q_EMIT available();
 }

@@ -23,9 +23,12 @@ public:
 
     explicit TrayHostWatcher(QDBusConnection bus, QObject* parent = nullptr);
 
+    enum class Kind { None, StatusNotifier, XEmbed };
+
     // Starts looking; available() follows, at once or whenever a host shows up.
     void start();
-    bool isAvailable() const { return m_available; }
+    bool isAvailable() const { return m_kind != Kind::None; }
+    Kind kind() const { return m_kind; }
 
 signals:
     // Once, the first time a host is found.
@@ -36,12 +39,12 @@ private slots:
 
 private:
     void checkXEmbed();
-    void found();
+    void found(Kind kind);
 
     QDBusConnection m_bus;
     QDBusServiceWatcher m_serviceWatcher;
     QTimer m_poll;
-    bool m_available = false;
+    Kind m_kind = Kind::None;
 };
 
 // Whether an XEmbed system tray owns its selection on the X display; false off X11.

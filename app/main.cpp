@@ -40,10 +40,26 @@ void quitOnSignals()
     });
 }
 
+// GNOME's compositor lets no Wayland client place a window, nor keep one out of its task list;
+// through XWayland it honours both. There the panel opens by the tray icon (the click position
+// the shell reports is the screen's), so GNOME gets Qt's X11 platform unless the user chose one.
+// Wayland stays the fallback for a session without XWayland.
+void preferX11OnGnome()
+{
+    if (qEnvironmentVariableIsSet("QT_QPA_PLATFORM") ||
+        qEnvironmentVariable("XDG_SESSION_TYPE") != QLatin1String("wayland") ||
+        !qEnvironmentVariable("XDG_CURRENT_DESKTOP")
+             .split(u':')
+             .contains(QLatin1String("GNOME"), Qt::CaseInsensitive))
+        return;
+    qputenv("QT_QPA_PLATFORM", "xcb;wayland");
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
 {
+    preferX11OnGnome();
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("harkline"));
     QApplication::setApplicationName(QStringLiteral("harkline-menubar"));

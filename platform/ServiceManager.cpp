@@ -1,5 +1,6 @@
 #include "ServiceManager.h"
 
+#include <QFileInfo>
 #include <QProcess>
 
 namespace harkline {
@@ -7,10 +8,18 @@ namespace harkline {
 SystemdServiceManager::SystemdServiceManager(QString program) : m_program(std::move(program))
 {}
 
+QString SystemdServiceManager::systemctlPath()
+{
+    for (const char* path : {"/usr/bin/systemctl", "/bin/systemctl"})
+        if (QFileInfo(QLatin1String(path)).isExecutable())
+            return QLatin1String(path);
+    return QStringLiteral("/usr/bin/systemctl");
+}
+
 ServiceCommand SystemdServiceManager::command(bool restart) const
 {
     return {m_program,
-            {QStringLiteral("--user"),
+            {QStringLiteral("--user"), QStringLiteral("--no-block"),
              restart ? QStringLiteral("restart") : QStringLiteral("start"),
              QString::fromLatin1(kUnit)}};
 }
@@ -30,7 +39,7 @@ ServiceCommand launchd::kickstart(bool restart, uid_t uid)
     return {QString::fromLatin1(kTool), arguments};
 }
 
-bool runServiceCommand(const ServiceCommand& command)
+bool runServiceCommand(const ServiceCommand& command, std::chrono::milliseconds limit)
 {
     QProcess process;
     process.setStandardInputFile(QProcess::nullDevice());
@@ -39,9 +48,11 @@ bool runServiceCommand(const ServiceCommand& command)
     process.start(command.program, command.arguments);
     if (!process.waitForStarted(-1))
         return false;
-    // No limit: systemctl returns once the start job has finished, and only the tool knows how
-    // long that may take. The caller is a background thread, never the interface.
-    process.waitForFinished(-1);
+    if (!process.waitForFinished(int(limit.count()))) {
+        process.kill();
+        process.waitForFinished(-1); // reaped, so no zombie is left behind
+        return false;
+    }
     return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
 }
 

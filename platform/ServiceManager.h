@@ -3,6 +3,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <chrono>
 #include <sys/types.h>
 
 namespace harkline {
@@ -26,14 +27,21 @@ public:
     virtual bool run(bool restart) = 0;
 };
 
-// The user's systemd instance, where `harkline install` puts the unit.
+// The user's systemd instance, where `harkline install` puts the unit. The request is queued
+// without waiting for the start job (--no-block): systemd refuses an unknown unit at once, and a
+// daemon that fails while starting is the panel's business two seconds later, not a reason to
+// call the service "not installed".
 class SystemdServiceManager final : public ServiceManager
 {
 public:
     static constexpr const char* kUnit = "com.windmeric.harkline.service";
 
-    // `program` is resolved through PATH like any command; tests point it elsewhere.
-    explicit SystemdServiceManager(QString program = QStringLiteral("systemctl"));
+    // By absolute path: a PATH that the session or a shell profile changed must not pick the
+    // program that runs. Tests point it elsewhere.
+    explicit SystemdServiceManager(QString program = systemctlPath());
+
+    // The first of /usr/bin/systemctl and /bin/systemctl that exists (the former when neither).
+    static QString systemctlPath();
 
     ServiceCommand command(bool restart) const;
     bool run(bool restart) override;
@@ -50,9 +58,14 @@ inline constexpr const char* kLabel = "com.windmeric.harkline";
 ServiceCommand kickstart(bool restart, uid_t uid);
 } // namespace launchd
 
+// How long the tool may take before it is killed and counted as a failure. The request returns
+// as soon as systemd has queued it; only a wedged user manager or bus takes longer.
+inline constexpr std::chrono::milliseconds kServiceToolLimit{15000};
+
 // Runs the program directly (no shell), its output and errors sent to the null device. Blocks
-// until it exits; true only for a normal exit with status 0. A program that cannot be started
-// (missing, not executable) is a failure, not an error.
-bool runServiceCommand(const ServiceCommand& command);
+// until it exits, at most `limit`; true only for a normal exit with status 0. A program that
+// cannot be started (missing, not executable) or runs past the limit is a failure, not an error.
+bool runServiceCommand(const ServiceCommand& command,
+                       std::chrono::milliseconds limit = kServiceToolLimit);
 
 } // namespace harkline

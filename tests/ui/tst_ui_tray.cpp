@@ -64,6 +64,52 @@ QString bellIn(const QImage& image)
     return best;
 }
 
+// The label of the first entry of a dbusmenu layout (ia{sv}av). Every structure and array
+// opened is closed again: an unclosed one leaks its reader.
+QString firstMenuLabel(const QDBusArgument& arg)
+{
+    int id = 0;
+    QVariantMap props;
+    QList<QDBusVariant> children;
+    arg.beginStructure();
+    arg >> id >> props;
+    arg.beginArray();
+    while (!arg.atEnd()) {
+        QDBusVariant child;
+        arg >> child;
+        children << child;
+    }
+    arg.endArray();
+    arg.endStructure();
+    if (children.isEmpty())
+        return {};
+    const QDBusArgument first = children.first().variant().value<QDBusArgument>();
+    first.beginStructure();
+    first >> id >> props;
+    first.endStructure();
+    return props.value("label").toString();
+}
+
+// The body of a ToolTip property (sa(iiay)ss).
+QString toolTipBody(const QDBusArgument& arg)
+{
+    QString icon, title, body;
+    arg.beginStructure();
+    arg >> icon;
+    arg.beginArray();
+    while (!arg.atEnd()) {
+        arg.beginStructure();
+        int w, h;
+        QByteArray bytes;
+        arg >> w >> h >> bytes;
+        arg.endStructure();
+    }
+    arg.endArray();
+    arg >> title >> body;
+    arg.endStructure();
+    return body;
+}
+
 // A program kept until the end of the test; stopped and reaped on the way out.
 struct Child
 {
@@ -191,8 +237,19 @@ private slots:
 
         // Quiet daemon, panel closed: "bell", from summary refreshes only.
         QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell"; }, 10000));
-        QCOMPARE(property(bus, item, "Title").toString(), QString("harkline-menubar"));
+        QCOMPARE(property(bus, item, "Title").toString(), QString("harkline"));
+        QCOMPARE(property(bus, item, "Status").toString(), QString("Active"));
+        QCOMPARE(property(bus, item, "IconAccessibleDesc").toString(), QString("harkline"));
         QCOMPARE(daemon.count("sessions"), 0);
+
+        // The host draws our menu; opening the panel comes first.
+        QDBusMessage layout = QDBusMessage::createMethodCall(item.service, "/MenuBar",
+                                                             "com.canonical.dbusmenu", "GetLayout");
+        layout << 0 << -1 << QStringList();
+        const QDBusMessage menu = bus.call(layout, QDBus::Block, 2000);
+        QCOMPARE(menu.type(), QDBusMessage::ReplyMessage);
+        QVERIFY(firstMenuLabel(menu.arguments().value(1).value<QDBusArgument>()) ==
+                "Open harkline");
 
         // Activating the item opens the panel, and the panel asks for the whole picture.
         QDBusMessage activate = QDBusMessage::createMethodCall(
@@ -202,9 +259,17 @@ private slots:
         QVERIFY(QTest::qWaitFor([&] { return daemon.count("sessions") >= 1; }, 5000));
         QVERIFY(daemon.count("devices") >= 1);
 
-        // While the panel is open the icon follows the daemon within a refresh or two.
-        daemon.set([](ScriptedDaemon& d) { d.status["pending"] = 2; });
+        // While the panel is open the icon follows the daemon within a refresh or two; waiting
+        // prompts ask for attention, and the tooltip says so in text that cannot be markup.
+        daemon.set([](ScriptedDaemon& d) {
+            d.status["pending"] = 2;
+            d.status["name"] = "<b>lab</b>";
+        });
         QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell.badge"; }, 10000));
+        QCOMPARE(property(bus, item, "Status").toString(), QString("NeedsAttention"));
+        const QString tip = toolTipBody(property(bus, item, "ToolTip").value<QDBusArgument>());
+        QVERIFY2(tip.contains("&lt;b&gt;lab&lt;/b&gt;") && tip.contains("2 prompts"),
+                 qPrintable(tip));
         daemon.set([](ScriptedDaemon& d) { d.running = false; });
         QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell.slash"; }, 10000));
 
