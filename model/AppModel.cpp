@@ -300,7 +300,7 @@ void AppModel::startService(bool restart)
 void AppModel::revoke(const PairedDevice& device)
 {
     launch([id = device.id] { return revokeWork(id); },
-           [this, name = QString::fromStdString(device.name)](bool removed) {
+           [this, name = device.name](bool removed) {
                setNotice(revokeNotice(name, removed));
                refresh();
            });

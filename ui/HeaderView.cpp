@@ -2,6 +2,7 @@
 
 #include "ActionsMenu.h"
 #include "AppModel.h"
+#include "DisplayText.h"
 #include "ElidedLabel.h"
 #include "Looks.h"
 
@@ -84,9 +85,10 @@ QString HeaderView::subtitleFor(const std::optional<DaemonStatus>& status)
         return QStringLiteral("Service not running");
     // One arg() call per text: a host name holding "%2" must not be taken for a placeholder.
     const QString port = QString::number(status->port);
-    const QString address = status->hosts.empty() ? QStringLiteral("port ") + port
-                                                  : QString::fromStdString(status->hosts.front()) +
-                                                        QLatin1Char(':') + port;
+    // The host is isolated: a right-to-left or reversing one cannot reorder the port and counts.
+    const QString address = status->hosts.empty()
+                                ? QStringLiteral("port ") + port
+                                : daemonText(status->hosts.front()) + QLatin1Char(':') + port;
     return QStringLiteral("%1 · %2 of %3 phones connected")
         .arg(address, QString::number(status->connected), QString::number(status->devices));
 }
@@ -113,7 +115,7 @@ void HeaderView::update()
     static_cast<StatusDot*>(m_dot)->setColor(m_running ? SystemColor::Green : SystemColor::Red);
     m_dot->setAccessibleName(m_running ? tr("Service running") : tr("Service not running"));
     // The daemon's own name, even when empty; the fallback is only for no answer at all.
-    m_title->setText(status ? QString::fromStdString(status->name) : QStringLiteral("harkline"));
+    m_title->setText(status ? inertText(status->name) : QStringLiteral("harkline"));
     m_subtitle->setText(subtitleFor(status));
 }
 

@@ -109,7 +109,10 @@ public:
     QPixmap scaledPixmap(const QSize& size, QIcon::Mode mode, QIcon::State state,
                          qreal scale) override
     {
+        // A tool button asks before it has a size; a painter on a null pixmap would complain.
         QPixmap pixmap(size * scale);
+        if (pixmap.isNull())
+            return pixmap;
         pixmap.fill(Qt::transparent);
         {
             QPainter painter(&pixmap);
@@ -231,7 +234,7 @@ QIcon symbol(const QString& name, const QColor& tint)
 
 QIcon traySymbol(const QString& name)
 {
-    return makeIcon(name, QColor(0x26, 0x26, 0x26), QColor(0xf4, 0xf4, 0xf4));
+    return makeIcon(name, QColor(0xf4, 0xf4, 0xf4), QColor(0x26, 0x26, 0x26));
 }
 
 } // namespace harkline::ui::looks

@@ -41,8 +41,10 @@ bool hasSymbol(const QString& name);
 // An unknown name gives a null icon.
 QIcon symbol(const QString& name, const QColor& tint);
 
-// A tray symbol: the glyph in a dark tone with a light halo, readable on light and dark panels
-// alike, since the panel's colour is not ours to know.
+// A tray symbol for hosts that draw our pixels: the glyph in a light tone with a dark halo. The
+// bar's colour is not ours to know; most bars are dark, where a light glyph reads as a solid
+// shape (a dark one read as a thin outline at 16 px), and the halo keeps it apart from a light
+// bar. Hosts that recolour symbolic icons get those instead.
 QIcon traySymbol(const QString& name);
 
 } // namespace looks

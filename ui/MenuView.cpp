@@ -8,16 +8,21 @@
 #include "PhonesView.h"
 #include "SectionTitle.h"
 #include "SessionsView.h"
+#include "WrappedText.h"
 
 #include <QBoxLayout>
+#include <QCoreApplication>
 #include <QLabel>
-#include <QScrollArea>
-#include <QScrollBar>
+#include <QPushButton>
+#include <QScreen>
 #include <QShowEvent>
+#include <QWindow>
 
 namespace harkline::ui {
 
 namespace {
+
+constexpr int kUnbounded = 1 << 20;
 
 QWidget* divider(QWidget* parent)
 {
@@ -62,9 +67,7 @@ MenuView::MenuView(AppModel* model, QWidget* parent) : QWidget(parent), m_model(
     waiting->addWidget(m_waitingText, 1);
     m_column->addWidget(m_waiting);
 
-    m_notice = new QLabel(this);
-    m_notice->setTextFormat(Qt::PlainText); // the notice may quote a reason from elsewhere
-    m_notice->setWordWrap(true);
+    m_notice = new WrappedLabel(this); // plain text: the notice may quote a reason from elsewhere
     looks::style(m_notice, TextStyle::Caption, SystemColor::Secondary);
     m_column->addWidget(m_notice);
 
@@ -76,7 +79,6 @@ MenuView::MenuView(AppModel* model, QWidget* parent) : QWidget(parent), m_model(
     connect(model, &AppModel::changed, this, [this] {
         if (m_pairing && m_model->pairing())
             m_pairing->setPairing(*m_model->pairing());
-        Q_EMIT contentChanged();
     });
     rebuild();
     updateNotice();
@@ -114,7 +116,6 @@ void MenuView::rebuild()
     m_pairing = nullptr;
     m_phones = nullptr;
     m_sessions = nullptr;
-    m_sessionsArea = nullptr;
 
     m_body = new QWidget(this);
     auto* column = new QVBoxLayout(m_body);
@@ -134,24 +135,20 @@ void MenuView::rebuild()
         column->addWidget(m_phones);
         column->addWidget(divider(m_body));
         column->addWidget(new SectionTitle(tr("Sessions"), m_body));
-        m_sessionsArea = new QScrollArea(m_body);
-        m_sessionsArea->setFrameShape(QFrame::NoFrame);
-        m_sessionsArea->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-        m_sessionsArea->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-        m_sessionsArea->setWidgetResizable(true);
-        m_sessionsArea->viewport()->setAutoFillBackground(false);
-        m_sessions = new SessionsView;
-        m_sessions->setAutoFillBackground(false);
-        m_sessionsArea->setWidget(m_sessions);
-        m_sessionsArea->setAccessibleName(tr("Sessions"));
-        column->addWidget(m_sessionsArea);
+        m_sessions = new SessionsView(m_body);
+        m_sessions->setMaximumListHeight(kMaxSessionsHeight);
+        column->addWidget(m_sessions);
+        // The list is the focus stop after "Pair a Phone…", also once new rows joined the chain.
+        const auto linkFocus = [this] { setTabOrder(m_phones->pairButton(), m_sessions); };
+        connect(m_phones, &PhonesView::rowsChanged, this, linkFocus);
+        linkFocus();
         updateSessions();
         break;
     }
     }
     m_column->insertWidget(m_column->indexOf(m_notice), m_body);
+    m_body->stackUnder(m_notice); // screen readers read the children in their stacking order
     m_body->show();
-    Q_EMIT contentChanged();
 }
 
 void MenuView::updateWaiting()
@@ -172,20 +169,45 @@ void MenuView::updateNotice()
 
 void MenuView::updateSessions()
 {
-    if (!m_sessions)
-        return;
-    m_sessions->setSessions(m_model->sessions());
-    fitSessionsArea();
+    if (m_sessions)
+        m_sessions->setSessions(m_model->sessions());
 }
 
-void MenuView::fitSessionsArea()
+int MenuView::availableHeight() const
 {
-    // As tall as the rows, up to the limit; beyond it the list scrolls.
+    const QWidget* frame = window();
+    const QScreen* screen = frame->screen();
+    if (!screen)
+        return kUnbounded;
+    // A window's title bar comes out of the same height.
+    const int decoration =
+        frame->isVisible() ? std::max(0, frame->frameGeometry().height() - frame->height()) : 0;
+    return screen->availableGeometry().height() - decoration;
+}
+
+void MenuView::fitToScreen()
+{
+    if (!m_phones || !m_sessions)
+        return;
     const int width = kWidth - 2 * kPadding;
-    int height = m_sessions->heightForWidth(width);
-    if (height > kMaxSessionsHeight)
-        height = kMaxSessionsHeight;
-    m_sessionsArea->setFixedHeight(height);
+    const int phonesShown = m_phones->rowsHeight();
+    const int sessionsShown = m_sessions->heightForWidth(width);
+    const int rest = heightForWidth(kWidth) - phonesShown - sessionsShown;
+    const int room = availableHeight() - rest;
+
+    // Short of room, the phones' rows give way first, down to two rows; then the sessions list,
+    // down to one. Otherwise both take what they need, the list up to its usual limit.
+    const int phonesNatural = m_phones->rowsNaturalHeight(width);
+    const int sessionsNatural = std::min(m_sessions->contentHeight(width), kMaxSessionsHeight);
+    int phonesLimit = kUnbounded;
+    int sessionsLimit = kMaxSessionsHeight;
+    if (phonesNatural + sessionsNatural > room) {
+        phonesLimit = std::max(m_phones->rowsMinimumHeight(), room - sessionsNatural);
+        if (phonesLimit + sessionsNatural > room)
+            sessionsLimit = std::max(m_sessions->minimumListHeight(), room - phonesLimit);
+    }
+    m_phones->setRowsHeightLimit(phonesLimit);
+    m_sessions->setMaximumListHeight(sessionsLimit);
 }
 
 QString MenuView::waitingLineText() const
@@ -222,9 +244,32 @@ QSize MenuView::sizeHint() const
     return {kWidth, heightForWidth(kWidth)};
 }
 
+void MenuView::refit()
+{
+    m_column->invalidate();
+}
+
+bool MenuView::event(QEvent* event)
+{
+    // Every change of what the content needs ends here as a layout request: an unfolded row, a
+    // code that expired, a phone that left, a notice. Fit to the screen, then let the window fit.
+    if (event->type() != QEvent::LayoutRequest)
+        return QWidget::event(event);
+    // The parts' own layouts first, so that the heights added up below are current ones.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+    fitToScreen();
+    const bool done = QWidget::event(event);
+    Q_EMIT contentChanged();
+    return done;
+}
+
 void MenuView::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
+    // On another screen, or a screen whose panels changed, the room is not the same.
+    if (QWindow* handle = window()->windowHandle()) {
+        connect(handle, &QWindow::screenChanged, this, &MenuView::refit, Qt::UniqueConnection);
+    }
     if (event->spontaneous())
         return;
     // Each opening reads the login item afresh and asks for the full picture at once.

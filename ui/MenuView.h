@@ -3,7 +3,6 @@
 #include <QWidget>
 
 class QLabel;
-class QScrollArea;
 class QVBoxLayout;
 
 namespace harkline {
@@ -23,6 +22,9 @@ class SessionsView;
 // pairing view, or the phones and sessions; the waiting-prompts line above them, the notice at
 // the foot. Views that leave the panel are destroyed, so their local state (an unfolded session,
 // a phone under confirmation) starts afresh when they return.
+//
+// Its height is what the content needs, but never more than its screen offers: then the phones'
+// rows give way first (down to two rows) and the sessions list next, both scrolling.
 class MenuView : public QWidget
 {
     Q_OBJECT
@@ -45,7 +47,6 @@ public:
     PairingView* pairingView() const { return m_pairing; }
     PhonesView* phonesView() const { return m_phones; }
     SessionsView* sessionsView() const { return m_sessions; }
-    QScrollArea* sessionsArea() const { return m_sessionsArea; }
     QWidget* waitingLine() const { return m_waiting; }
     QString waitingLineText() const;
     QLabel* noticeLine() const { return m_notice; }
@@ -58,11 +59,15 @@ public:
     int heightForWidth(int width) const override;
     QSize sizeHint() const override;
 
+    // The height the panel may take on its screen (the window's frame left out).
+    int availableHeight() const;
+
 signals:
     // The content's height may have changed; the window holding it should fit it again.
     void contentChanged();
 
 protected:
+    bool event(QEvent* event) override;
     void showEvent(QShowEvent* event) override;
 
 private:
@@ -70,7 +75,8 @@ private:
     void updateWaiting();
     void updateNotice();
     void updateSessions();
-    void fitSessionsArea();
+    void fitToScreen();
+    void refit();
 
     AppModel* m_model;
     QVBoxLayout* m_column;
@@ -83,7 +89,6 @@ private:
     PairingView* m_pairing = nullptr;
     PhonesView* m_phones = nullptr;
     SessionsView* m_sessions = nullptr;
-    QScrollArea* m_sessionsArea = nullptr;
     QLabel* m_notice;
 };
 

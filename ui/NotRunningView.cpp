@@ -3,6 +3,7 @@
 #include "AppModel.h"
 #include "DefaultButton.h"
 #include "Looks.h"
+#include "WrappedText.h"
 
 #include <QBoxLayout>
 #include <QLabel>
@@ -16,10 +17,8 @@ NotRunningView::NotRunningView(AppModel* model, QWidget* parent) : QWidget(paren
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(8);
 
-    m_message = new QLabel(
-        tr("The harkline service is not running, so phones get no notifications."), this);
-    m_message->setTextFormat(Qt::PlainText);
-    m_message->setWordWrap(true);
+    m_message = new WrappedLabel(this);
+    m_message->setText(tr("The harkline service is not running, so phones get no notifications."));
     looks::style(m_message, TextStyle::Callout);
     column->addWidget(m_message);
 

@@ -2,7 +2,9 @@
 
 #include "AppModel.h"
 #include "DefaultButton.h"
+#include "DisplayText.h"
 #include "Looks.h"
+#include "WrappedText.h"
 
 #include <QBoxLayout>
 #include <QLabel>
@@ -54,10 +56,8 @@ private:
 
 QLabel* plainLabel(QWidget* parent, TextStyle style, SystemColor color = SystemColor::Primary)
 {
-    auto* label = new QLabel(parent);
-    label->setTextFormat(Qt::PlainText);
+    auto* label = new WrappedLabel(parent);
     label->setAlignment(Qt::AlignHCenter);
-    label->setWordWrap(true);
     looks::style(label, style, color);
     return label;
 }
@@ -166,8 +166,7 @@ void PairingView::setPairing(const Pairing& pairing)
     m_paired->setVisible(paired);
     m_offer->setVisible(!paired);
     if (paired) {
-        m_pairedWith->setText(
-            tr("Paired with %1").arg(QString::fromStdString(*pairing.pairedWith)));
+        m_pairedWith->setText(tr("Paired with %1").arg(daemonText(*pairing.pairedWith)));
         return;
     }
     static_cast<QrSquare*>(m_qr)->setImage(pairing.image);

@@ -1,8 +1,10 @@
 #include "PhoneRow.h"
 
+#include "DisplayText.h"
 #include "ElidedLabel.h"
 #include "Looks.h"
 #include "RelativeTime.h"
+#include "WrappedText.h"
 
 #include <QBoxLayout>
 #include <QLabel>
@@ -26,9 +28,7 @@ PhoneRow::PhoneRow(QWidget* parent) : QWidget(parent)
     lines->setSpacing(0);
     m_name = new ElidedLabel(this);
     looks::style(m_name, TextStyle::Callout);
-    m_paired = new QLabel(this);
-    m_paired->setTextFormat(Qt::PlainText);
-    m_paired->setWordWrap(true);
+    m_paired = new WrappedLabel(this);
     looks::style(m_paired, TextStyle::Caption, SystemColor::Secondary);
     lines->addWidget(m_name);
     lines->addWidget(m_paired);
@@ -62,7 +62,7 @@ PhoneRow::PhoneRow(QWidget* parent) : QWidget(parent)
 void PhoneRow::setDevice(const PairedDevice& device)
 {
     m_device = device;
-    m_name->setText(QString::fromStdString(device.name));
+    m_name->setText(inertText(device.name));
     refreshTime();
 }
 

@@ -7,9 +7,12 @@
 #include "PhoneRow.h"
 #include "SectionTitle.h"
 
+#include <QApplication>
 #include <QBoxLayout>
+#include <QEvent>
 #include <QLabel>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QToolButton>
 
 namespace harkline::ui {
@@ -26,11 +29,25 @@ PhonesView::PhonesView(AppModel* model, QWidget* parent) : QWidget(parent), m_mo
     looks::style(m_empty, TextStyle::Callout, SystemColor::Secondary);
     m_column->addWidget(m_empty);
 
-    m_rowBox = new QWidget(this);
+    m_rowsArea = new QScrollArea(this);
+    m_rowsArea->setFrameShape(QFrame::NoFrame);
+    m_rowsArea->setFocusPolicy(Qt::NoFocus); // the buttons in it take the focus, not the area
+    m_rowsArea->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_rowsArea->setWidgetResizable(true);
+    m_rowsArea->viewport()->setAutoFillBackground(false);
+    m_rowBox = new QWidget;
     m_rowColumn = new QVBoxLayout(m_rowBox);
     m_rowColumn->setContentsMargins(0, 0, 0, 0);
     m_rowColumn->setSpacing(6);
-    m_column->addWidget(m_rowBox);
+    m_rowsArea->setWidget(m_rowBox);
+    m_rowBox->setAutoFillBackground(false); // after setWidget(), which turns it on
+    m_rowBox->installEventFilter(this);
+    m_column->addWidget(m_rowsArea);
+    // A button reached with Tab in rows scrolled out of sight comes into view.
+    connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* now) {
+        if (now && m_rowBox->isAncestorOf(now))
+            m_rowsArea->ensureWidgetVisible(now);
+    });
 
     m_pair =
         new QPushButton(looks::symbol(QStringLiteral("qrcode"), looks::color(SystemColor::Primary)),
@@ -56,9 +73,9 @@ void PhonesView::update()
     const std::vector<PairedDevice>& devices = m_model->devices();
     m_empty->setVisible(devices.empty());
 
-    std::vector<PhoneRow*> rows = m_rows;
+    const std::vector<PhoneRow*> before = m_rows;
     reuseRowsById(
-        rows, devices, [](PhoneRow* r) { return r->device().id; },
+        m_rows, devices, [](PhoneRow* r) { return r->device().id; },
         [this](const PairedDevice& device, PhoneRow* r) {
             if (!r) {
                 r = new PhoneRow(m_rowBox);
@@ -74,26 +91,77 @@ void PhonesView::update()
             r->setDevice(device);
             return r;
         });
-    for (int i = 0; i < int(rows.size()); ++i) {
-        m_rowColumn->removeWidget(rows[std::size_t(i)]);
-        m_rowColumn->insertWidget(i, rows[std::size_t(i)]);
-        rows[std::size_t(i)]->show();
-    }
-    m_rows = std::move(rows);
-    m_rowBox->setVisible(!m_rows.empty());
-    // Tab goes through the rows as they stand on screen, then to "Pair a Phone…".
-    QWidget* previous = nullptr;
-    for (PhoneRow* r : m_rows)
-        for (QWidget* w :
-             {static_cast<QWidget*>(r->trashButton()), static_cast<QWidget*>(r->cancelButton()),
-              static_cast<QWidget*>(r->removeButton())}) {
-            if (previous)
-                setTabOrder(previous, w);
-            previous = w;
+    if (m_rows != before) {
+        // The layout, the reading order (the order of the children) and the focus chain follow
+        // the list; an unchanged list leaves all three alone.
+        for (int i = 0; i < int(m_rows.size()); ++i) {
+            PhoneRow* r = m_rows[std::size_t(i)];
+            if (m_rowColumn->indexOf(r) != i) {
+                m_rowColumn->removeWidget(r);
+                m_rowColumn->insertWidget(i, r);
+            }
+            r->raise();
+            r->show();
         }
-    if (previous)
-        setTabOrder(previous, m_pair);
+        QWidget* previous = nullptr;
+        for (PhoneRow* r : m_rows)
+            for (QWidget* w :
+                 {static_cast<QWidget*>(r->trashButton()), static_cast<QWidget*>(r->cancelButton()),
+                  static_cast<QWidget*>(r->removeButton())}) {
+                if (previous)
+                    setTabOrder(previous, w);
+                previous = w;
+            }
+        if (previous)
+            setTabOrder(previous, m_pair);
+        Q_EMIT rowsChanged();
+    }
+    m_rowsArea->setVisible(!m_rows.empty());
     setRemoving(m_removing);
+    fitRows();
+}
+
+int PhonesView::rowsNaturalHeight(int width) const
+{
+    if (m_rows.empty())
+        return 0;
+    return m_rowBox->hasHeightForWidth() ? m_rowBox->heightForWidth(width)
+                                         : m_rowBox->sizeHint().height();
+}
+
+int PhonesView::rowsHeight() const
+{
+    return m_rowsArea->isHidden() ? 0 : m_rowsArea->maximumHeight();
+}
+
+int PhonesView::rowsMinimumHeight() const
+{
+    if (m_rows.empty())
+        return 0;
+    const int row = m_rows.front()->sizeHint().height();
+    return std::min(rowsNaturalHeight(width()), 2 * row + m_rowColumn->spacing());
+}
+
+void PhonesView::setRowsHeightLimit(int height)
+{
+    if (height == m_rowsLimit)
+        return;
+    m_rowsLimit = height;
+    fitRows();
+}
+
+void PhonesView::fitRows()
+{
+    const int width = this->width() > 0 ? this->width() : sizeHint().width();
+    m_rowsArea->setFixedHeight(std::min(rowsNaturalHeight(width), m_rowsLimit));
+}
+
+bool PhonesView::eventFilter(QObject* watched, QEvent* event)
+{
+    // The rows' own layout changed (a row came, a line wrapped): the area follows.
+    if (watched == m_rowBox && event->type() == QEvent::LayoutRequest)
+        fitRows();
+    return QWidget::eventFilter(watched, event);
 }
 
 void PhonesView::setRemoving(std::optional<std::string> id)

@@ -1,14 +1,11 @@
 #include "SessionRow.h"
 
+#include "DisplayText.h"
 #include "RelativeTime.h"
+#include "WrappedText.h"
 
-#include <QAccessible>
-#include <QKeyEvent>
-#include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
-#include <QStyleOptionFocusRect>
-#include <QStylePainter>
 
 namespace harkline::ui {
 
@@ -21,12 +18,18 @@ constexpr int kMinGap = 4;
 constexpr int kBadgePadX = 6;
 constexpr int kBadgePadY = 2;
 constexpr int kLastTextGap = 2;
+// More than any line of the panel can show, whatever the font: the rest would be elided anyway.
+constexpr std::size_t kOneLineBytes = 2048;
 const QString kSeparator = QStringLiteral(" · ");
 
-QString oneLine(QString text)
+// The start of a daemon text, cut at a character boundary, as one inert line.
+QString oneLine(const std::string& utf8)
 {
-    text.replace(QLatin1Char('\n'), QLatin1Char(' '));
-    return text;
+    std::size_t size = std::min(utf8.size(), kOneLineBytes);
+    while (size < utf8.size() && size > 0 &&
+           (static_cast<unsigned char>(utf8[size]) & 0xC0) == 0x80)
+        --size;
+    return inertText(std::string_view(utf8.data(), size), TextLines::One);
 }
 
 } // namespace
@@ -46,201 +49,115 @@ SessionRow::Look SessionRow::lookOf(const std::string& state)
             SystemColor::Green};
 }
 
-SessionRow::SessionRow(QWidget* parent)
-    : QWidget(parent), m_look(lookOf({})),
-      m_titleFont(looks::font(TextStyle::Callout, Weight::Medium)),
-      m_detailFont(looks::font(TextStyle::Caption)),
-      m_badgeFont(looks::font(TextStyle::Caption2, Weight::Semibold))
+SessionRow::Metrics SessionRow::Metrics::current()
 {
-    setFocusPolicy(Qt::StrongFocus);
-    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
-    setAttribute(Qt::WA_OpaquePaintEvent, false);
-    updateAccessibleText();
+    Metrics m;
+    m.title = looks::font(TextStyle::Callout, Weight::Medium);
+    m.detail = looks::font(TextStyle::Caption);
+    m.badge = looks::font(TextStyle::Caption2, Weight::Semibold);
+    m.titleHeight = QFontMetrics(m.title).height();
+    m.detailHeight = QFontMetrics(m.detail).height();
+    m.badgeHeight = QFontMetrics(m.badge).height() + 2 * kBadgePadY;
+    return m;
 }
 
-bool SessionRow::setSession(const ClaudeSession& session)
+int SessionRow::Metrics::foldedHeight() const
 {
-    if (session == m_session)
-        return false;
-    const bool heightMayChange = m_expanded && (session.lastText != m_session.lastText);
-    m_session = session;
-    m_look = lookOf(session.state);
-    updateAccessibleText();
-    if (heightMayChange)
-        updateGeometry();
-    update();
-    return true;
+    return height(0);
 }
 
-void SessionRow::setExpanded(bool on)
+int SessionRow::Metrics::height(int textHeight) const
 {
-    if (on == m_expanded)
-        return;
-    m_expanded = on;
-    updateAccessibleText();
-    if (!m_session.lastText.empty())
-        updateGeometry();
-    update();
+    int h = titleHeight + 1 + detailHeight;
+    if (textHeight > 0)
+        h += 1 + kLastTextGap + textHeight;
+    return std::max(h, badgeHeight);
 }
 
-QString SessionRow::titleText() const
+SessionRow::SessionRow(const ClaudeSession& session)
+    : m_look(lookOf(session.state)),
+      m_title(oneLine(session.title.empty() ? session.project : session.title)),
+      m_project(isolated(oneLine(session.project))), m_listening(session.listening),
+      m_queued(session.queued), m_lastActive(session.lastActive)
+{}
+
+QString SessionRow::detailText(DaemonTime now) const
 {
-    return QString::fromStdString(m_session.title.empty() ? m_session.project : m_session.title);
+    // Parts are never dropped for being empty: an empty project still leads the line.
+    QString detail = m_project + kSeparator + relativeTimePhrase(m_lastActive, now);
+    if (m_listening)
+        detail += kSeparator + QStringLiteral("phone can reply");
+    if (m_queued >= 1)
+        detail += kSeparator + QString::number(m_queued) + QStringLiteral(" queued");
+    return detail;
 }
 
 QString SessionRow::detailText() const
 {
-    // Parts are never dropped for being empty: an empty project still leads the line.
-    QString detail = QString::fromStdString(m_session.project) + kSeparator +
-                     relativeTimePhrase(m_session.lastActive);
-    if (m_session.listening)
-        detail += kSeparator + QStringLiteral("phone can reply");
-    if (m_session.queued >= 1)
-        detail += kSeparator + QString::number(m_session.queued) + QStringLiteral(" queued");
-    return detail;
+    return detailText(DaemonTime(std::chrono::system_clock::now()));
 }
 
-QString SessionRow::shownLastText() const
+QString SessionRow::lastTextOf(const ClaudeSession& session)
 {
-    return m_expanded ? QString::fromStdString(m_session.lastText) : QString();
+    return inertText(session.lastText, TextLines::Many);
 }
 
-QSize SessionRow::badgeSize() const
+int SessionRow::badgeWidth(const Metrics& metrics) const
 {
-    const QFontMetrics fm(m_badgeFont);
-    return {fm.horizontalAdvance(m_look.label) + 2 * kBadgePadX, fm.height() + 2 * kBadgePadY};
+    return QFontMetrics(metrics.badge).horizontalAdvance(m_look.label) + 2 * kBadgePadX;
 }
 
-QRect SessionRow::textColumn(int width) const
+int SessionRow::textWidth(const Metrics& metrics, int rowWidth) const
 {
-    const int left = kSymbolColumn + kSpacing;
-    const int right = width - badgeSize().width() - kMinGap;
-    return QRect(left, 0, std::max(0, right - left), 0);
+    return std::max(1, rowWidth - badgeWidth(metrics) - kMinGap - kSymbolColumn - kSpacing);
 }
 
-int SessionRow::heightForWidth(int width) const
+void SessionRow::paint(QPainter& painter, const QRect& rect, const QRect& exposed,
+                       const Metrics& metrics, const QPalette& palette,
+                       const WrappedText* lastText) const
 {
-    const QFontMetrics title(m_titleFont);
-    const QFontMetrics detail(m_detailFont);
-    int height = title.height() + 1 + detail.height();
-    const QString last = shownLastText();
-    if (!last.isEmpty()) {
-        const QRect column = textColumn(width);
-        height += 1 + kLastTextGap +
-                  detail
-                      .boundingRect(QRect(0, 0, std::max(1, column.width()), 1 << 20),
-                                    Qt::TextWordWrap | Qt::TextWrapAnywhere, last)
-                      .height();
-    }
-    return std::max(height, badgeSize().height());
-}
-
-QSize SessionRow::sizeHint() const
-{
-    const int width = 300;
-    return {width, heightForWidth(width)};
-}
-
-void SessionRow::paintEvent(QPaintEvent*)
-{
-    QPainter painter(this);
+    painter.save();
     painter.setRenderHint(QPainter::Antialiasing);
-    const QPalette& pal = palette();
-    const QColor tint = looks::color(m_look.color, pal);
-    const QFontMetrics titleMetrics(m_titleFont);
-    const QFontMetrics detailMetrics(m_detailFont);
+    const QColor tint = looks::color(m_look.color, palette);
 
     // The symbol, centred on the title line.
-    const int symbolTop = (titleMetrics.height() - kSymbolSize) / 2;
+    const int symbolTop = rect.top() + std::max(0, (metrics.titleHeight - kSymbolSize) / 2);
     looks::symbol(m_look.symbol, tint)
-        .paint(&painter, QRect((kSymbolColumn - kSymbolSize) / 2, std::max(0, symbolTop),
+        .paint(&painter, QRect(rect.left() + (kSymbolColumn - kSymbolSize) / 2, symbolTop,
                                kSymbolSize, kSymbolSize));
 
-    const QRect column = textColumn(width());
-    int y = 0;
-    painter.setFont(m_titleFont);
-    painter.setPen(looks::color(SystemColor::Primary, pal));
-    painter.drawText(QRect(column.left(), y, column.width(), titleMetrics.height()),
-                     Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
-                     titleMetrics.elidedText(oneLine(titleText()), Qt::ElideRight, column.width()));
-    y += titleMetrics.height() + 1;
+    const int left = rect.left() + kSymbolColumn + kSpacing;
+    const int width = textWidth(metrics, rect.width());
+    int y = rect.top();
+    const auto line = [&](const QFont& font, int height, SystemColor color, const QString& text) {
+        painter.setFont(font);
+        painter.setPen(looks::color(color, palette));
+        painter.drawText(QRect(left, y, width, height),
+                         Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
+                         QFontMetrics(font).elidedText(text, Qt::ElideRight, width));
+        y += height + 1;
+    };
+    line(metrics.title, metrics.titleHeight, SystemColor::Primary, m_title);
+    line(metrics.detail, metrics.detailHeight, SystemColor::Secondary, detailText());
 
-    painter.setFont(m_detailFont);
-    painter.setPen(looks::color(SystemColor::Secondary, pal));
-    painter.drawText(
-        QRect(column.left(), y, column.width(), detailMetrics.height()),
-        Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
-        detailMetrics.elidedText(oneLine(detailText()), Qt::ElideRight, column.width()));
-    y += detailMetrics.height() + 1;
-
-    const QString last = shownLastText();
-    if (!last.isEmpty()) {
-        y += kLastTextGap;
-        painter.setPen(looks::color(SystemColor::Primary, pal));
-        painter.drawText(QRect(column.left(), y, column.width(), height() - y),
-                         Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap | Qt::TextWrapAnywhere,
-                         last);
+    if (lastText) {
+        painter.setFont(metrics.detail);
+        painter.setPen(looks::color(SystemColor::Primary, palette));
+        lastText->draw(&painter, QPointF(left, y + kLastTextGap), width, exposed & rect);
     }
 
     // The badge: a tinted capsule behind the state's label.
-    const QSize badge = badgeSize();
-    const QRectF capsule(width() - badge.width(), 0, badge.width(), badge.height());
+    const int badge = badgeWidth(metrics);
+    const QRectF capsule(rect.right() + 1 - badge, rect.top(), badge, metrics.badgeHeight);
     QPainterPath path;
     path.addRoundedRect(capsule, capsule.height() / 2, capsule.height() / 2);
     QColor fill = tint;
     fill.setAlphaF(0.18);
     painter.fillPath(path, fill);
-    painter.setFont(m_badgeFont);
+    painter.setFont(metrics.badge);
     painter.setPen(tint);
     painter.drawText(capsule, Qt::AlignCenter | Qt::TextSingleLine, m_look.label);
-
-    if (hasFocus()) {
-        QStyleOptionFocusRect option;
-        option.initFrom(this);
-        option.rect = rect();
-        style()->drawPrimitive(QStyle::PE_FrameFocusRect, &option, &painter, this);
-    }
-}
-
-void SessionRow::mouseReleaseEvent(QMouseEvent* event)
-{
-    // Anywhere in the row counts, the gaps between texts and badge included.
-    if (event->button() == Qt::LeftButton && rect().contains(event->position().toPoint()))
-        Q_EMIT clicked();
-}
-
-void SessionRow::keyPressEvent(QKeyEvent* event)
-{
-    // Space, as for any toggle; Return stays free for the panel's default button.
-    if (event->key() == Qt::Key_Space && !event->isAutoRepeat()) {
-        Q_EMIT clicked();
-        return;
-    }
-    QWidget::keyPressEvent(event);
-}
-
-void SessionRow::changeEvent(QEvent* event)
-{
-    QWidget::changeEvent(event);
-    if (event->type() == QEvent::ApplicationFontChange) {
-        m_titleFont = looks::font(TextStyle::Callout, Weight::Medium);
-        m_detailFont = looks::font(TextStyle::Caption);
-        m_badgeFont = looks::font(TextStyle::Caption2, Weight::Semibold);
-        updateGeometry();
-    }
-}
-
-void SessionRow::updateAccessibleText()
-{
-    setAccessibleName(titleText());
-    // The description costs a time phrase per row; only a screen reader needs it, and it is
-    // refreshed with every reload while one is running.
-    if (!QAccessible::isActive())
-        return;
-    QString description = m_look.label + QStringLiteral(", ") + oneLine(detailText());
-    if (!shownLastText().isEmpty())
-        description += QStringLiteral(". ") + shownLastText();
-    setAccessibleDescription(description);
+    painter.restore();
 }
 
 } // namespace harkline::ui

@@ -3,18 +3,21 @@
 #include "Looks.h"
 #include "Records.h"
 
-#include <QWidget>
+#include <QFont>
+#include <QString>
+
+class QPainter;
 
 namespace harkline::ui {
 
-// One Claude Code session: state symbol, title, a detail line and a state badge; unfolded, also
-// the session's last text. It draws itself (no child widgets), so a list of a thousand rows
-// stays cheap to build and to update, and the time in the detail line is computed at each
-// drawing.
-class SessionRow : public QWidget
-{
-    Q_OBJECT
+class WrappedText;
 
+// How one Claude Code session shows in the list: state symbol, title, a detail line and a state
+// badge; unfolded, also its last text. The texts come from the daemon: they are made inert once,
+// when the row is made, and cut to what one line can show, so that neither a control character
+// nor a 100,000-character title costs anything at each paint.
+class SessionRow
+{
 public:
     struct Look
     {
@@ -25,45 +28,50 @@ public:
     // How a state shows: "working", "waiting" and "ended" (exactly so); anything else is finished.
     static Look lookOf(const std::string& state);
 
-    explicit SessionRow(QWidget* parent = nullptr);
+    // Fonts and sizes shared by every row.
+    struct Metrics
+    {
+        QFont title;
+        QFont detail;
+        QFont badge;
+        int titleHeight = 0;
+        int detailHeight = 0;
+        int badgeHeight = 0;
 
-    // True when anything on screen changed.
-    bool setSession(const ClaudeSession& session);
-    const ClaudeSession& session() const { return m_session; }
-    void setExpanded(bool on);
-    bool expanded() const { return m_expanded; }
+        static Metrics current(); // from the application font
+        int foldedHeight() const;
+        // The height of a row whose last text takes `textHeight` (0: folded).
+        int height(int textHeight) const;
+    };
 
-    // What the row shows, as plain text.
-    QString titleText() const;
+    explicit SessionRow(const ClaudeSession& session);
+
+    const Look& look() const { return m_look; }
+    const QString& titleText() const { return m_title; }
+    QString detailText(DaemonTime now) const;
     QString detailText() const; // against the current time
-    QString badgeText() const { return m_look.label; }
-    // The last text when the row shows it (unfolded and not empty), else empty.
-    QString shownLastText() const;
+    const QString& badgeText() const { return m_look.label; }
 
-    bool hasHeightForWidth() const override { return true; }
-    int heightForWidth(int width) const override;
-    QSize sizeHint() const override;
+    // The last text as it is shown unfolded: inert, its line breaks kept. Made on demand: it may
+    // be long.
+    static QString lastTextOf(const ClaudeSession& session);
 
-signals:
-    void clicked();
+    int badgeWidth(const Metrics& metrics) const;
+    // The width left to the title, detail and last text in a row `rowWidth` wide.
+    int textWidth(const Metrics& metrics, int rowWidth) const;
 
-protected:
-    void paintEvent(QPaintEvent* event) override;
-    void mouseReleaseEvent(QMouseEvent* event) override;
-    void keyPressEvent(QKeyEvent* event) override;
-    void changeEvent(QEvent* event) override;
+    // Draws the row in `rect`, as far as it meets `exposed`; `lastText` is the unfolded row's
+    // laid-out last text, or null.
+    void paint(QPainter& painter, const QRect& rect, const QRect& exposed, const Metrics& metrics,
+               const QPalette& palette, const WrappedText* lastText) const;
 
 private:
-    QRect textColumn(int width) const;
-    QSize badgeSize() const;
-    void updateAccessibleText();
-
-    ClaudeSession m_session;
     Look m_look;
-    bool m_expanded = false;
-    QFont m_titleFont;
-    QFont m_detailFont;
-    QFont m_badgeFont;
+    QString m_title;   // one line
+    QString m_project; // one line, isolated: it is followed by the time
+    bool m_listening;
+    qint64 m_queued;
+    DaemonTime m_lastActive;
 };
 
 } // namespace harkline::ui

@@ -4,10 +4,13 @@
 HARKLINE_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
 # Packages needed to build and run everything, tests included.
+# Plasma's window protocol needs Qt's platform headers, libwayland and the protocol files.
 HARKLINE_BUILD_PACKAGES=(g++ cmake ninja-build pkg-config nlohmann-json3-dev
-  qt6-base-dev qt6-svg-dev libqrencode-dev libicu-dev libxcb1-dev fonts-dejavu-core)
+  qt6-base-dev qt6-svg-dev libqrencode-dev libicu-dev libxcb1-dev fonts-dejavu-core
+  qt6-base-private-dev libwayland-dev libwayland-bin plasma-wayland-protocols)
 # desktop-file-utils and appstream validate what an install puts in place.
-HARKLINE_TEST_PACKAGES=(xvfb xauth dbus zbar-tools desktop-file-utils appstream)
+# qt6-wayland runs the program natively on the Wayland desktop of the desk tests.
+HARKLINE_TEST_PACKAGES=(xvfb xauth dbus zbar-tools desktop-file-utils appstream qt6-wayland)
 # For scripts/package: CPack's Debian generator runs dpkg-shlibdeps (dpkg-dev) and file.
 HARKLINE_PACKAGE_PACKAGES=(dpkg-dev file)
 # For the screenshots of scripts/demo without a display.

@@ -82,7 +82,7 @@ int FakeDaemon::count(const std::string& cmd) const
 
 std::string FakeDaemon::commandOf(const std::string& requestLine)
 {
-    const Json request = parseStrict(requestLine);
+    const Json request = parseReply(requestLine);
     const Json* cmd = member(request, "cmd");
     return cmd && cmd->is_string() ? cmd->get<std::string>() : std::string();
 }

@@ -1,15 +1,19 @@
 // The phones section (confirmation in place, pairing button) and the sessions list (rows, their
-// detail line and badge, unfolding by id).
+// detail line and badge, unfolding by id with the mouse and the keys, rows for screen readers).
 
+#include "DisplayText.h"
 #include "ModelKit.h"
 #include "PhoneRow.h"
 #include "PhonesView.h"
 #include "RelativeTime.h"
-#include "SessionRow.h"
 #include "SessionsView.h"
 
+#include <QAccessible>
+#include <QApplication>
 #include <QLabel>
 #include <QPushButton>
+#include <QRegularExpression>
+#include <QScrollArea>
 #include <QToolButton>
 
 using namespace harkline;
@@ -90,14 +94,21 @@ private slots:
         const auto sent = f.daemon.daemon.requests();
         QCOMPARE(std::count(sent.begin(), sent.end(), "{\"cmd\":\"revoke\",\"id\":\"p1\"}\n"), 1);
 
-        // A confirmation follows the phone's id through a reload that reorders the list.
+        // A confirmation follows the phone's id through a reload that reorders the list; screen
+        // readers meet the rows in the new order.
         view.row("p2")->trashButton()->click();
         f.daemon.set([](ScriptedDaemon& d) {
-            d.devices = Json::array({phone("p2", "iPhone"), phone("p3", "Tablet")});
+            d.devices =
+                Json::array({phone("p2", "iPhone"), phone("p3", "Tablet"), phone("p1", "Pixel")});
         });
+        QTest::failOnWarning(QRegularExpression("^(?!This plugin does not support).*"));
         QVERIFY(f.refresh());
         QCOMPARE(confirming(), QStringList{"p2"});
-        QVERIFY(!view.row("p1"));
+        QCOMPARE(view.rowsArea()->widget()->findChildren<PhoneRow*>(Qt::FindDirectChildrenOnly),
+                 QList<PhoneRow*>({view.row("p2"), view.row("p3"), view.row("p1")}));
+        f.daemon.set([](ScriptedDaemon& d) { d.devices = Json::array({phone("p3", "Tablet")}); });
+        QVERIFY(f.refresh());
+        QVERIFY(view.rowCount() == 1 && !view.row("p1") && !view.row("p2"));
     }
 
     void sessionRowsBadgeAndDetail()
@@ -108,7 +119,7 @@ private slots:
               std::pair{"ended", "Closed"}, std::pair{"Waiting", "Finished"},
               std::pair{"", "Finished"}}) {
             view.setSessions({record("a", state)});
-            QCOMPARE(view.rowAt(0)->badgeText(), QString(badge));
+            QCOMPARE(view.row(0).badgeText(), QString(badge));
         }
 
         ClaudeSession plain = record("a", "working", "", "harkline");
@@ -117,77 +128,150 @@ private slots:
         busy.queued = 3;
         ClaudeSession one = record("c", "ended", "T", "p");
         one.queued = 1;
+        // Records are stamped as they are made: one instant for all, or a minute can tick over.
+        busy.lastActive = one.lastActive = plain.lastActive;
         view.setSessions({plain, busy, one});
-        const QString ago = relativeTimePhrase(plain.lastActive);
-        // Title falls back to the project, which also leads the detail.
-        QCOMPARE(view.row("a")->titleText(), QString("harkline"));
-        QCOMPARE(view.row("a")->detailText(), "harkline · " + ago);
+        const DaemonTime now = plain.lastActive + std::chrono::minutes(5);
+        const QString ago = relativeTimePhrase(plain.lastActive, now);
+        // Title falls back to the project, which also leads the detail (isolated from the time).
+        QCOMPARE(view.row(0).titleText(), QString("harkline"));
+        QCOMPARE(view.row(0).detailText(now), isolated("harkline") + " · " + ago);
         // Markup is text; an empty project still leads, so the line opens with the separator.
-        QCOMPARE(view.row("b")->titleText(), QString("<b>Fix</b> it"));
-        QCOMPARE(view.row("b")->detailText(), " · " + ago + " · phone can reply · 3 queued");
-        QCOMPARE(view.row("c")->detailText(), "p · " + ago + " · 1 queued");
+        QCOMPARE(view.row(1).titleText(), QString("<b>Fix</b> it"));
+        QCOMPARE(view.row(1).detailText(now), " · " + ago + " · phone can reply · 3 queued");
+        QCOMPARE(view.row(2).detailText(now), isolated("p") + " · " + ago + " · 1 queued");
+        // A huge title is cut to what a line can show, at a character boundary.
+        std::string huge = "a";
+        for (int i = 0; i < 60000; ++i)
+            huge += "é";
+        view.setSessions({record("h", "working", huge.c_str())});
+        const QString title = view.row(0).titleText();
+        QVERIFY(title.startsWith("aéé") && title.size() < 2048 && !title.contains(QChar(0xFFFD)));
+        view.setSessions({});
+        QVERIFY(view.shownEmptyText().startsWith("No Claude Code sessions yet."));
     }
 
-    void rowsAreKeptByIdAndEmptyListSaysSo()
+    void rowsAreDrawn()
     {
+        // The badge's label in its colour, the unfolded text, the focus ring on the current row.
+        ClaudeSession a = record("a", "waiting");
+        a.lastText = "A last text long enough to leave ink across the line";
         SessionsView view;
-        view.setSessions({});
-        QVERIFY(view.emptyText()->isVisibleTo(&view));
-        view.setSessions({record("a", "working"), record("b", "ended")});
-        QVERIFY(!view.emptyText()->isVisibleTo(&view));
-        SessionRow* a = view.row("a");
-        SessionRow* b = view.row("b");
-        view.setSessions({record("b", "waiting"), record("a", "working")});
-        QCOMPARE(view.row("a"), a);
-        QCOMPARE(view.rowAt(0), b);
-        QCOMPARE(b->badgeText(), QString("Needs you"));
-        // Repeated ids (not sent by a sane daemon) still get a row each, and none is left over.
-        view.setSessions({record("x", "working"), record("x", "ended")});
-        QCOMPARE(view.findChildren<SessionRow*>().size(), 2);
-        view.setSessions({});
-        QCOMPARE(view.findChildren<SessionRow*>().size(), 0);
-        QVERIFY(view.emptyText()->isVisibleTo(&view));
+        view.resize(312, 300);
+        view.setSessions({a, record("b", "ended")});
+        view.show();
+        QApplication::setActiveWindow(&view);
+        QVERIFY(QTest::qWaitForWindowActive(&view));
+        const auto pixels = [&](const QRect& area, auto match) {
+            const QImage shown = view.viewport()->grab().toImage();
+            int n = 0;
+            for (int y = area.top(); y <= area.bottom(); ++y)
+                for (int x = area.left(); x <= area.right(); ++x)
+                    n += match(QColor(shown.pixel(x, y)));
+            return n;
+        };
+        const QRect row = view.rowRect(0);
+        const QRect badge(row.right() - 70, row.top(), 70, 16);
+        QVERIFY(pixels(badge, [](QColor c) { return c.red() > 200 && c.blue() < 90; }) > 10);
+
+        view.toggle("a");
+        const QRect text(24, row.bottom() + 4, 200, view.rowRect(0).bottom() - row.bottom() - 4);
+        QVERIFY(pixels(text, [](QColor c) { return c.lightness() < 100; }) > 20);
+
+        const QColor ring = view.palette().color(QPalette::Highlight);
+        const auto ringPixels = [&] {
+            return pixels(view.viewport()->rect(), [&](QColor c) { return c == ring; });
+        };
+        view.setFocus();
+        view.setCurrentRow(1);
+        QVERIFY(ringPixels() > 50);
+        view.clearFocus();
+        QCOMPARE(ringPixels(), 0);
     }
 
-    void unfoldingFollowsTheId()
+    void unfoldingByClickAndKeysFollowsTheId()
     {
         ClaudeSession a = record("a", "working");
-        a.lastText = std::string(600, 'w').replace(100, 1, " ");
+        a.lastText = "first line\nsecond " + std::string(600, 'w');
         ClaudeSession b = record("b", "waiting");
+        b.lastText = "short";
         ClaudeSession c = record("c", "ended"); // no last text
         SessionsView view;
-        view.resize(312, 400);
+        view.resize(312, 300);
         view.setSessions({a, b, c});
         view.show();
-        const int folded = view.row("a")->height();
+        const int folded = view.rowRect(0).height();
 
         // A click in the gap between the texts and the badge counts as a click on the row.
-        SessionRow* rowA = view.row("a");
-        QTest::mouseClick(rowA, Qt::LeftButton, {}, QPoint(rowA->width() - 70, 3));
+        QTest::mouseClick(view.viewport(), Qt::LeftButton, {},
+                          view.rowRect(0).topRight() + QPoint(-70, 3));
         QCOMPARE(view.expanded(), std::optional<std::string>("a"));
-        QCOMPARE(rowA->shownLastText(), QString::fromStdString(a.lastText));
-        QVERIFY(rowA->height() > folded + 2 * rowA->fontMetrics().height());
+        QCOMPARE(view.shownLastText(0), "first line\nsecond " + QString(600, 'w'));
+        QVERIFY(view.rowRect(0).height() > folded + 3 * view.fontMetrics().height());
+        QCOMPARE(view.rowRect(1).top(), view.rowRect(0).bottom() + 1 + 8);
 
-        view.row("b")->setFocus();
-        QTest::keyClick(view.row("b"), Qt::Key_Space); // another row: the first folds
+        // The keys act on the current row: Down moves; Return, Enter and Space fold and unfold,
+        // and another row unfolding folds the first.
+        QCOMPARE(view.currentRow(), 0);
+        QTest::keyClick(&view, Qt::Key_Down);
+        QCOMPARE(view.currentRow(), 1);
+        QTest::keyClick(&view, Qt::Key_Return);
         QCOMPARE(view.expanded(), std::optional<std::string>("b"));
-        QVERIFY(!rowA->expanded());
-        QCOMPARE(rowA->height(), folded);
-        QTest::mouseClick(view.row("b"), Qt::LeftButton);
+        QVERIFY(!view.showsLastText(0) && view.rowRect(0).height() == folded);
+        QTest::keyClick(&view, Qt::Key_Enter);
         QCOMPARE(view.expanded(), std::nullopt);
+        QTest::keyClick(&view, Qt::Key_Space);
+        QCOMPARE(view.expanded(), std::optional<std::string>("b"));
+        // An unfolded row without a last text looks folded.
+        QTest::keyClick(&view, Qt::Key_End);
+        QTest::keyClick(&view, Qt::Key_Space);
+        QCOMPARE(view.expanded(), std::optional<std::string>("c"));
+        QVERIFY(!view.showsLastText(2));
+        QCOMPARE(view.contentHeight(312), 3 * folded + 2 * 8);
 
-        // An unfolded row without last text looks folded.
-        view.toggle("c");
-        QCOMPARE(view.row("c")->heightForWidth(312), view.row("b")->heightForWidth(312));
-
-        // Reordered and replaced lists keep the unfolded id; a session that leaves and comes back
-        // is unfolded again.
+        // Reordered and replaced lists keep the unfolded and the current id; a session that
+        // leaves and comes back is unfolded again.
         view.toggle("a");
         view.setSessions({c, b, a});
-        QVERIFY(view.row("a")->expanded());
+        QVERIFY(view.showsLastText(2));
+        QCOMPARE(view.currentRow(), 0);
         view.setSessions({b});
         view.setSessions({a, b});
-        QVERIFY(view.row("a")->expanded());
+        QVERIFY(view.showsLastText(0));
+        // Repeated ids (not sent by a sane daemon) still get a row each.
+        view.setSessions({a, a});
+        QCOMPARE(view.count(), 2);
+        QVERIFY(view.showsLastText(0) && !view.showsLastText(1));
+    }
+
+    void rowsAreListItemsForScreenReaders()
+    {
+        ClaudeSession a = record("a", "working", "Fix the build");
+        a.lastText = "Done.";
+        SessionsView view;
+        view.resize(312, 300);
+        view.setSessions({a, record("b", "ended")});
+        view.show();
+        QAccessibleInterface* list = QAccessible::queryAccessibleInterface(&view);
+        QCOMPARE(list->role(), QAccessible::List);
+        QCOMPARE(list->childCount(), 2);
+        QAccessibleInterface* row = list->child(0);
+        QCOMPARE(row->role(), QAccessible::ListItem);
+        QCOMPARE(row->text(QAccessible::Name), QString("Fix the build"));
+        QVERIFY(row->text(QAccessible::Description).startsWith("Working, "));
+        QVERIFY(row->state().expandable && !row->state().expanded);
+        QCOMPARE(list->indexOfChild(row), 0);
+        QCOMPARE(list->childAt(row->rect().center().x(), row->rect().center().y()), row);
+
+        QAccessibleActionInterface* action = row->actionInterface();
+        QVERIFY(action &&
+                action->actionNames().contains(QAccessibleActionInterface::toggleAction()));
+        action->doAction(QAccessibleActionInterface::toggleAction());
+        QVERIFY(row->state().expanded);
+        QVERIFY(row->text(QAccessible::Description).endsWith(". Done."));
+        // A row with nothing to unfold never says it is unfolded.
+        list->child(1)->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+        QVERIFY(!list->child(1)->state().expanded && !row->state().expanded);
     }
 };
 

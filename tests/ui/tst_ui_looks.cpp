@@ -1,10 +1,12 @@
 // The symbols (all present and drawn at any size; the tray bells told apart by shape and
-// readable on any panel), the caption's case mapping, light and dark colours.
+// readable on any panel), the caption's case mapping, light and dark colours, wrapping.
 
 #include "Looks.h"
 #include "SectionTitle.h"
+#include "WrappedText.h"
 
 #include <QPainter>
+#include <QRegularExpression>
 #include <QTest>
 
 using namespace harkline;
@@ -56,6 +58,41 @@ private slots:
                      name);
         }
         QVERIFY(looks::symbol("no.such.symbol", Qt::black).isNull());
+        // A button may ask for its icon before it has a size: nothing to draw, nothing to say.
+        QTest::failOnWarning(QRegularExpression(".*"));
+        QVERIFY(looks::symbol("trash", Qt::black).pixmap(QSize(0, 0)).isNull());
+    }
+
+    void textWrapsAtWordsAndBreaksOnlyAWordTooLong()
+    {
+        WrappedText text;
+        text.setText("generated words\n" + QString(80, 'x') + " end");
+        const int width = QFontMetrics(text.font()).horizontalAdvance("generated wor");
+        const QStringList lines = text.lines(width);
+        // "words" does not fit after "generated": it moves whole. The 80 x, wider than a line,
+        // are broken over several; "end" follows on the last.
+        QCOMPARE(lines.mid(0, 2), QStringList({"generated ", "words\n"}));
+        QVERIFY2(lines.size() >= 4 && lines.last().endsWith("x end"), qPrintable(lines.join('|')));
+        for (const QString& line : lines.mid(2, lines.size() - 3))
+            QCOMPARE(line, QString(line.size(), 'x'));
+        QVERIFY(text.height(width) >= lines.size() * QFontMetrics(text.font()).height());
+
+        // A label wraps in its own font, and draws at its own width whatever width a layout
+        // asked about before.
+        WrappedLabel label;
+        label.setText(QString(20, 'w'));
+        QFont big = label.font();
+        big.setPointSize(30);
+        label.setFont(big);
+        const int oneLine = label.heightForWidth(2000);
+        QVERIFY(oneLine >= QFontMetrics(big).height() && oneLine < 2 * QFontMetrics(big).height());
+        QVERIFY(label.heightForWidth(40) > 3 * oneLine);
+        label.resize(2000, oneLine);
+        const QImage shown = label.grab().toImage();
+        int inkRight = 0;
+        for (int x = 300; x < 600; ++x)
+            inkRight += qGray(shown.pixel(x, oneLine / 2)) < 128;
+        QVERIFY(inkRight > 10);
     }
 
     void trayBellsDifferInShapeAndReadAnywhere()

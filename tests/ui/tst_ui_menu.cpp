@@ -1,5 +1,6 @@
 // The panel as a whole and its header and not-running views: which parts show in which state,
-// the actions' enabled rules, the Return binding, and what is dropped when a view leaves.
+// the actions' enabled rules, the Return binding, what is dropped when a view leaves, a long
+// list reached by wheel and keys, and daemon text that tries to rewrite what is shown.
 
 #include "ActionsMenu.h"
 #include "HeaderView.h"
@@ -9,14 +10,14 @@
 #include "PairingView.h"
 #include "PhoneRow.h"
 #include "PhonesView.h"
-#include "SessionRow.h"
 #include "SessionsView.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QLabel>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QToolButton>
+#include <QWheelEvent>
 
 using namespace harkline;
 using namespace harkline::test;
@@ -38,7 +39,11 @@ struct Panel
     {
         f.daemon.set(change);
         QVERIFY(f.refresh());
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+        // Laid out, and as tall as it asks, as the panel's window makes it.
+        for (int i = 0; i < 10; ++i)
+            QCoreApplication::processEvents();
+        view.resize(MenuView::kWidth, view.heightForWidth(MenuView::kWidth));
+        QCoreApplication::processEvents();
     }
     QStringList parts() const { return view.shownParts(); }
 };
@@ -101,22 +106,51 @@ private slots:
         QVERIFY(!p.parts().contains("waiting"));
     }
 
-    void sessionsAreaGrowsToItsLimitAndWidthStays()
+    void longListScrollsAndItsLastRowIsReachable()
     {
         Panel p;
         p.reload([](ScriptedDaemon& d) {
             d.sessions = Json::array({session("a", "working"), session("b", "waiting")});
         });
-        const int shortHeight = p.view.sessionsArea()->height();
-        QVERIFY(shortHeight > 0 && shortHeight < MenuView::kMaxSessionsHeight);
-        QCOMPARE(shortHeight,
-                 p.view.sessionsView()->heightForWidth(MenuView::kWidth - 2 * MenuView::kPadding));
+        SessionsView* list = p.view.sessionsView();
+        const int width = MenuView::kWidth - 2 * MenuView::kPadding;
+        QCOMPARE(list->height(), list->contentHeight(width));
 
         p.reload([](ScriptedDaemon& d) {
-            for (int i = 0; i < 60; ++i)
+            for (int i = 0; i < 48; ++i)
                 d.sessions.push_back(session(std::to_string(i).c_str(), "working"));
         });
-        QCOMPARE(p.view.sessionsArea()->height(), MenuView::kMaxSessionsHeight);
+        QCOMPARE(list->height(), MenuView::kMaxSessionsHeight);
+        const auto shown = [&](int row) {
+            return list->viewport()->rect().contains(list->rowRect(row));
+        };
+        QVERIFY(shown(0) && !shown(49));
+
+        // The wheel over the list scrolls it to its last row.
+        for (int i = 0; i < 100 && !shown(49); ++i) {
+            const QPointF at(20, 20);
+            QWheelEvent wheel(at, list->viewport()->mapToGlobal(at), {}, QPoint(0, -120),
+                              Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+            QApplication::sendEvent(list->viewport(), &wheel);
+        }
+        QVERIFY(shown(49));
+
+        // One Tab stop after "Pair a Phone…"; End and Home bring the rows they reach into view.
+        QApplication::setActiveWindow(&p.view);
+        QVERIFY(QTest::qWaitForWindowActive(&p.view));
+        QPushButton* pair = p.view.phonesView()->pairButton();
+        pair->setFocus();
+        QTest::keyClick(pair, Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), list);
+        QTest::keyClick(list, Qt::Key_Home);
+        QVERIFY(shown(0) && !shown(49));
+        QTest::keyClick(list, Qt::Key_End);
+        QVERIFY(shown(49) && list->currentRow() == 49);
+        QTest::keyClick(list, Qt::Key_PageUp);
+        QVERIFY(list->currentRow() < 49 && shown(list->currentRow()));
+        QTest::keyClick(list, Qt::Key_Tab);
+        QVERIFY(QApplication::focusWidget() != list &&
+                !list->isAncestorOf(QApplication::focusWidget()));
 
         // A long notice wraps over several lines and never widens the panel.
         p.f.desktop.loginItem->failure = QString(400, QChar('x')).replace(50, 1, " ");
@@ -125,6 +159,33 @@ private slots:
         QCOMPARE(p.view.width(), MenuView::kWidth);
         QVERIFY(p.view.noticeLine()->heightForWidth(MenuView::kWidth - 2 * MenuView::kPadding) >
                 2 * p.view.noticeLine()->fontMetrics().height());
+    }
+
+    void daemonTextCannotRewriteThePanel()
+    {
+        Panel p;
+        p.reload([](ScriptedDaemon& d) {
+            d.status["name"] = "desk\u009cHijacked";
+            d.status["hosts"] = Json::array({"\u202eevil.local"});
+            d.status["connected"] = 1;
+            d.status["devices"] = 2;
+            d.devices = Json::array({phone("p1", "Pixel\u009cX\u202e")});
+            Json s = session("s", "working", "x\u009cApproved: deploy to prod", "\u202eproj");
+            s["last_text"] = "bell\u0007\nnext";
+            d.sessions = Json::array({s});
+        });
+        QCOMPARE(p.view.header()->title(), QString("desk\uFFFDHijacked"));
+        QCOMPARE(p.view.header()->subtitle(),
+                 QString("\u2068evil.local\u2069:7420 · 1 of 2 phones connected"));
+        QCOMPARE(p.view.phonesView()->rowAt(0)->nameText(), QString("Pixel\uFFFDX"));
+
+        // The session as a screen reader reads it, and as the row shows it unfolded.
+        SessionsView* list = p.view.sessionsView();
+        QAccessibleInterface* row = QAccessible::queryAccessibleInterface(list)->child(0);
+        QCOMPARE(row->text(QAccessible::Name), QString("x\uFFFDApproved: deploy to prod"));
+        QVERIFY(row->text(QAccessible::Description).startsWith("Working, \u2068proj\u2069 · "));
+        list->toggle("s");
+        QCOMPARE(list->shownLastText(0), QString("bell\uFFFD\nnext"));
     }
 
     void eachOpeningAsksForADetailedRefresh()
@@ -162,7 +223,6 @@ private slots:
         QVERIFY(settle(*p.f.model));
         QCOMPARE(p.view.sessionsView()->expanded(), std::nullopt);
         QCOMPARE(p.view.phonesView()->removing(), std::nullopt);
-        QVERIFY(!p.view.sessionsView()->row("s1")->expanded());
         QVERIFY(!p.view.phonesView()->row("p2")->confirming());
     }
 
@@ -171,9 +231,9 @@ private slots:
         header(false, "x", {}, "harkline", "Service not running");
         header(true, "desk", Json::array(), "desk", "port 7420 · 0 of 0 phones connected");
         header(true, "desk", {"a.local", "b.local"}, "desk",
-               "a.local:7420 · 3 of 0 phones connected", 3);
+               "\u2068a.local\u2069:7420 · 3 of 0 phones connected", 3);
         header(true, "<b>bold</b>", {"%2host"}, "<b>bold</b>",
-               "%2host:7420 · 1 of 2 phones connected", 1, 2); // markup and "%2" stay literal
+               "\u2068%2host\u2069:7420 · 1 of 2 phones connected", 1, 2); // markup, "%2" literal
     }
 
     void headerActions()

@@ -101,10 +101,10 @@ private slots:
 
         // Paired: Return is "Done", which closes the offer.
         Pairing paired = s.offer(50s);
-        paired.pairedWith = "<b>Bob</b>'s phone";
+        paired.pairedWith = "<b>Bob</b>'s\u009c phone\u202e"; // markup, a control, an override
         s.view.setPairing(paired);
         QVERIFY(s.view.showsPaired());
-        QCOMPARE(s.view.pairedLine(), QString("Paired with <b>Bob</b>'s phone"));
+        QCOMPARE(s.view.pairedLine(), QString("Paired with \u2068<b>Bob</b>'s\uFFFD phone\u2069"));
         QTest::keyClick(&s.view, Qt::Key_Return);
         QVERIFY(!s.f.model->pairing().has_value());
         QVERIFY(settle(*s.f.model));

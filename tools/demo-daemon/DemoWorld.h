@@ -26,12 +26,22 @@ class DemoWorld
 public:
     static constexpr int kOfferSeconds = 120;
 
-    DemoWorld(Clock::time_point start, std::chrono::seconds pairDelay, std::FILE* log)
-        : start_(start), pairDelay_(pairDelay), log_(log), random_(std::random_device{}())
+    static constexpr int kScripts = 5;
+
+    // `sessions` beyond the five scripted ones repeat their scripts under other ids and
+    // projects; `phones` beyond the first two are named "Test phone 3" and so on.
+    DemoWorld(Clock::time_point start, std::chrono::seconds pairDelay, std::FILE* log,
+              int sessions = kScripts, int phones = 2)
+        : start_(start), pairDelay_(pairDelay), log_(log), sessionCount_(sessions),
+          random_(std::random_device{}())
     {
         using namespace std::chrono;
         phones_.push_back({"7c1e5a90b3d24f68", "Pixel 8", ms(start - days(12) - hours(5)), true});
         phones_.push_back({"e29d04b7a6f1c352", "Léa’s iPhone", ms(start - minutes(200)), false});
+        phones_.resize(std::size_t(std::max(phones, 0)), {});
+        for (int i = 2; i < phones; ++i)
+            phones_[std::size_t(i)] = {randomHex(8), "Test phone " + std::to_string(i + 1),
+                                       ms(start - hours(i)), i % 2 == 0};
     }
 
     // One request line in, one reply object out. Safe to call from any thread.
@@ -202,12 +212,14 @@ private:
         const long long elapsed =
             std::max<long long>(0, std::chrono::duration_cast<seconds>(now - start_).count());
         Json list = Json::array();
-        for (std::size_t slot = 0; slot < scripts().size(); ++slot) {
-            const Script& script = scripts()[slot];
+        for (std::size_t slot = 0; slot < std::size_t(std::max(sessionCount_, 0)); ++slot) {
+            const Script& script = scripts()[slot % scripts().size()];
+            const std::size_t round = slot / scripts().size();
             long long cycleLength = 0;
             for (const Step& step : script.steps)
                 cycleLength += step.seconds;
-            const long long local = elapsed + script.offset;
+            const long long offset = script.offset + 37 * static_cast<long long>(round);
+            const long long local = elapsed + offset;
             const long long cycle = local / cycleLength;
             long long stepStart = 0;
             const Step* step = &script.steps.front();
@@ -219,9 +231,11 @@ private:
             }
             if (!step->state)
                 continue;
-            const auto begun = start_ + seconds(cycle * cycleLength + stepStart - script.offset);
+            const auto begun = start_ + seconds(cycle * cycleLength + stepStart - offset);
             list.push_back({{"id", sessionId(slot, cycle)},
-                            {"project", script.project},
+                            {"project", round == 0 ? std::string(script.project)
+                                                   : script.project + std::string("-") +
+                                                         std::to_string(round + 1)},
                             {"title", script.title},
                             {"state", step->state},
                             {"listening", step->listening},
@@ -321,6 +335,7 @@ private:
     const Clock::time_point start_;
     const std::chrono::seconds pairDelay_;
     std::FILE* const log_;
+    const int sessionCount_;
 
     std::mutex mutex_; // guards everything below
     std::mt19937_64 random_;

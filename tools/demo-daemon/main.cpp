@@ -40,6 +40,9 @@ Options:
                         (~/.local/state/harkline/harkline.sock)
   --pair-delay SECONDS  a phone pairs this long after a "pair" request (default 8);
                         never when the offer (120 s) lapses first
+  --sessions N          serve N sessions (default 5): beyond five, the same stories
+                        again under other ids and projects
+  --phones N            start with N paired phones (default 2)
   --hang                accept connections but never answer
   --garbage             answer every request with bytes that are not JSON
   --slow MS             send each reply one byte at a time, MS milliseconds apart
@@ -56,6 +59,8 @@ struct Options
     bool hang = false;
     bool garbage = false;
     int slowMs = 0;
+    int sessions = harkline::demo::DemoWorld::kScripts;
+    int phones = 2;
 };
 
 [[noreturn]] void usageError(const std::string& message)
@@ -113,6 +118,10 @@ Options parseOptions(int argc, char** argv)
                 usageError("--socket needs a non-empty path");
         } else if (arg == "--pair-delay") {
             options.pairDelay = wholeArgument(arg, value(), 0, 86400);
+        } else if (arg == "--sessions") {
+            options.sessions = wholeArgument(arg, value(), 0, 100000);
+        } else if (arg == "--phones") {
+            options.phones = wholeArgument(arg, value(), 0, 10000);
         } else if (arg == "--slow") {
             options.slowMs = wholeArgument(arg, value(), 1, 60000);
         } else if (arg == "--hang") {
@@ -335,7 +344,8 @@ int main(int argc, char** argv)
     {};
     ::stat(options.socket.c_str(), &ours);
 
-    static DemoWorld world(Clock::now(), std::chrono::seconds(options.pairDelay), stdout);
+    static DemoWorld world(Clock::now(), std::chrono::seconds(options.pairDelay), stdout,
+                           options.sessions, options.phones);
 
     std::thread([listener, &options] {
         for (;;) {
