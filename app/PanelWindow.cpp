@@ -246,6 +246,12 @@ void PanelWindow::hideEvent(QHideEvent* event)
     m_closed.start();
 }
 
+void PanelWindow::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    m_mappedHeight = height();
+}
+
 void PanelWindow::fit()
 {
     // Child layouts recompute their sizes on a posted event; let them before asking.
@@ -261,9 +267,18 @@ void PanelWindow::fit()
         return;
     if (m_mode == Mode::Popup) {
         // Stay by the icon: a panel above a bottom bar grows upwards.
-        const QRect where = placement(size, m_anchor, s->availableGeometry());
-        if (plasma::available() && where.topLeft() != pos()) {
-            // Plasma takes a window's position only as it maps it: map it again, once.
+        const QRect avail = s->availableGeometry();
+        const QRect where = placement(size, m_anchor, avail);
+        // Plasma takes a window's position only as it maps it. Other Wayland compositors place
+        // the panel themselves (sway centres it) and keep that place as it grows, so a panel
+        // that opened small (the service not running) would run off the screen once it fills:
+        // there a new mapping lets the compositor place it anew.
+        const bool remap = plasma::available()
+                               ? where.topLeft() != pos()
+                               : QGuiApplication::platformName().startsWith(u"wayland") &&
+                                     (avail.height() - m_mappedHeight) / 2 + size.height() >
+                                         avail.height();
+        if (remap) {
             m_remapped.start();
             hide();
             setGeometry(where);

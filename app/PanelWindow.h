@@ -58,6 +58,7 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void hideEvent(QHideEvent* event) override;
+    void showEvent(QShowEvent* event) override;
 
 private:
     void fit();
@@ -72,6 +73,7 @@ private:
     std::optional<QRect> m_anchor; // of the open panel, to stay by the icon as it grows
     QElapsedTimer m_closed;
     QElapsedTimer m_remapped;
+    int m_mappedHeight = 0; // the height the compositor last placed the panel at
     QTimer m_fitLater;
 };
 
