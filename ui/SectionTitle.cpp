@@ -1,5 +1,6 @@
 #include "SectionTitle.h"
 
+#include "Access.h"
 #include "Looks.h"
 
 #include <QEvent>
@@ -8,6 +9,7 @@ namespace harkline::ui {
 
 SectionTitle::SectionTitle(const QString& text, QWidget* parent) : QLabel(parent)
 {
+    access::setRole(this, QAccessible::Heading);
     setTextFormat(Qt::PlainText);
     setTitle(text);
     looks::style(this, TextStyle::Caption2, Weight::Semibold, SystemColor::Secondary);
@@ -18,7 +20,7 @@ void SectionTitle::setTitle(const QString& text)
     m_title = text;
     // Full case mapping, independent of the locale ("ß" becomes "SS").
     setText(text.toUpper());
-    setAccessibleName(text);
+    access::setName(this, text);
 }
 
 void SectionTitle::changeEvent(QEvent* event)

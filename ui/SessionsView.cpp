@@ -460,7 +460,7 @@ void SessionsView::paintEvent(QPaintEvent* event)
         if (focused && i == m_current) {
             painter.save();
             painter.setRenderHint(QPainter::Antialiasing);
-            painter.setPen(QPen(pal.color(QPalette::Highlight), 2));
+            painter.setPen(QPen(looks::focusColor(pal), 2));
             painter.setBrush(Qt::NoBrush);
             painter.drawRoundedRect(QRectF(rect).adjusted(1, -3, -1, 3), 4, 4);
             painter.restore();
