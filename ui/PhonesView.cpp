@@ -24,8 +24,9 @@ PhonesView::PhonesView(AppModel* model, QWidget* parent) : QWidget(parent), m_mo
     m_column->setSpacing(6);
 
     m_column->addWidget(new SectionTitle(tr("Phones"), this));
-    m_empty = new QLabel(tr("No phone paired yet."), this);
-    m_empty->setTextFormat(Qt::PlainText);
+    m_empty = new QLabel(this);
+    m_empty->setTextFormat(Qt::PlainText); // before the text: each set would name it anew
+    m_empty->setText(tr("No phone paired yet."));
     looks::style(m_empty, TextStyle::Callout, SystemColor::Secondary);
     m_column->addWidget(m_empty);
 

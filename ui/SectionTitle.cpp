@@ -18,9 +18,10 @@ SectionTitle::SectionTitle(const QString& text, QWidget* parent) : QLabel(parent
 void SectionTitle::setTitle(const QString& text)
 {
     m_title = text;
+    // Named first: a label without a name of its own announces each new text as a new name.
+    access::setName(this, text);
     // Full case mapping, independent of the locale ("ß" becomes "SS").
     setText(text.toUpper());
-    access::setName(this, text);
 }
 
 void SectionTitle::changeEvent(QEvent* event)
