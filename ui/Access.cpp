@@ -246,10 +246,13 @@ void Announcer::say(const QString& text, QWidget* source)
     // Nobody hears a closed panel; what happened then shows when it opens.
     if (text.isEmpty() || !host()->isVisible())
         return;
-    m_text = text;
+    ++m_count;
     m_source = source;
-    QAccessibleEvent named(&m_line, QAccessible::NameChanged);
-    QAccessible::updateAccessibility(&named);
+    if (text != m_text) {
+        m_text = text;
+        QAccessibleEvent named(&m_line, QAccessible::NameChanged);
+        QAccessible::updateAccessibility(&named);
+    }
     QAccessibleEvent shown(this, QAccessible::ObjectShow);
     QAccessible::updateAccessibility(&shown);
 }

@@ -39,6 +39,7 @@ public:
 
     void say(const QString& text, QWidget* source);
     QString text() const { return m_text; }
+    int count() const { return m_count; } // outcomes said so far
     QWidget* host() const;
     // Where the last outcome shows on screen, for readers that place what they say.
     QRect rect() const;
@@ -46,6 +47,7 @@ public:
 
 private:
     QString m_text;
+    int m_count = 0;
     QPointer<QWidget> m_source;
     QObject m_line;
 };

@@ -284,8 +284,8 @@ qreal luminance(const QColor& color)
            0.0722 * channel(rgb.blueF());
 }
 
-// The ring goes where the base style puts its focus frame (push buttons, tool buttons, check
-// boxes), solid and two pixels wide.
+// Solid rings, two pixels wide: where the base style puts its focus frame (tool buttons, check
+// boxes), and around push buttons, which Fusion marks only with a faint outline.
 class FocusStyle final : public QProxyStyle
 {
 public:
@@ -294,15 +294,28 @@ public:
     void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
                        const QWidget* widget) const override
     {
-        if (element != PE_FrameFocusRect) {
+        if (element == PE_FrameFocusRect)
+            ring(painter, option->rect, option->palette);
+        else
             QProxyStyle::drawPrimitive(element, option, painter, widget);
-            return;
-        }
+    }
+
+    void drawControl(ControlElement element, const QStyleOption* option, QPainter* painter,
+                     const QWidget* widget) const override
+    {
+        QProxyStyle::drawControl(element, option, painter, widget);
+        if (element == CE_PushButton && (option->state & State_HasFocus))
+            ring(painter, option->rect, option->palette);
+    }
+
+private:
+    static void ring(QPainter* painter, const QRect& rect, const QPalette& palette)
+    {
         painter->save();
         painter->setRenderHint(QPainter::Antialiasing, false);
-        painter->setPen(QPen(focusColor(option->palette), 2));
+        painter->setPen(QPen(focusColor(palette), 2));
         painter->setBrush(Qt::NoBrush);
-        painter->drawRect(QRectF(option->rect).adjusted(1, 1, -1, -1));
+        painter->drawRect(QRectF(rect).adjusted(1, 1, -1, -1));
         painter->restore();
     }
 };
