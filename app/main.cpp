@@ -8,10 +8,10 @@
 #include "Looks.h"
 
 #include <QApplication>
-#include <QStyle>
-#include <QStyleFactory>
 #include <QSettings>
 #include <QSocketNotifier>
+#include <QStyle>
+#include <QStyleFactory>
 
 #include <csignal>
 #include <cstdio>
@@ -73,8 +73,8 @@ int main(int argc, char* argv[])
     // The panel closing is not the companion ending; only "Quit" ends it.
     QApplication::setQuitOnLastWindowClosed(false);
     // Focus rings that keyboard users can see on any palette, light or dark.
-    QApplication::setStyle(harkline::ui::looks::focusStyle(
-        QStyleFactory::create(QApplication::style()->name())));
+    QApplication::setStyle(
+        harkline::ui::looks::focusStyle(QStyleFactory::create(QApplication::style()->name())));
 
     quitOnSignals();
 

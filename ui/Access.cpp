@@ -72,8 +72,7 @@ public:
     int childCount() const override { return m_isLine ? 0 : 1; }
     int indexOfChild(const QAccessibleInterface* child) const override
     {
-        return !m_isLine && m_announcer && child && child->object() == m_announcer->line() ? 0
-                                                                                           : -1;
+        return !m_isLine && m_announcer && child && child->object() == m_announcer->line() ? 0 : -1;
     }
     QString text(QAccessible::Text t) const override
     {

@@ -261,9 +261,9 @@ protected:
             const QRect slot = m_slot->geometry();
             const QSize size = m_slot->sizeHint();
             QPainter painter(m_host);
-            painter.drawPixmap(QRect(QPoint(slot.x(), slot.y() + (slot.height() - size.height()) / 2),
-                                     size),
-                               m_pixmap);
+            painter.drawPixmap(
+                QRect(QPoint(slot.x(), slot.y() + (slot.height() - size.height()) / 2), size),
+                m_pixmap);
         }
         return false;
     }
@@ -324,8 +324,8 @@ private:
 
 void decorate(QWidget* host, QBoxLayout* layout, const QIcon& icon, const QSize& size)
 {
-    auto* slot = new QSpacerItem(size.width(), size.height(), QSizePolicy::Fixed,
-                                 QSizePolicy::Fixed);
+    auto* slot =
+        new QSpacerItem(size.width(), size.height(), QSizePolicy::Fixed, QSizePolicy::Fixed);
     layout->addItem(slot);
     new Ornament(host, slot, icon.pixmap(size, host->devicePixelRatioF()));
 }

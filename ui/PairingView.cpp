@@ -196,10 +196,10 @@ void PairingView::setPairing(const Pairing& pairing)
         m_shownImage = pairing.image.cacheKey();
         static_cast<QrSquare*>(m_qr)->setImage(pairing.image);
         // Said once per code: the countdown itself moves only on screen.
-        const QDateTime expiry = QDateTime::fromMSecsSinceEpoch(
-            std::chrono::duration_cast<std::chrono::milliseconds>(
-                pairing.expires.time_since_epoch())
-                .count());
+        const QDateTime expiry =
+            QDateTime::fromMSecsSinceEpoch(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                               pairing.expires.time_since_epoch())
+                                               .count());
         m_countdown->setAccessibleName(
             tr("Pair PC → scan. Expires at %1.")
                 .arg(QLocale().toString(expiry.time(), QLocale::ShortFormat)));

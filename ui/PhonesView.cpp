@@ -82,8 +82,8 @@ void PhonesView::update()
         for (int i = 0; i < int(m_rows.size()); ++i)
             if (m_rows[std::size_t(i)]->isAncestorOf(focus))
                 focusedRow = i;
-    const std::string focusedId = focusedRow >= 0 ? m_rows[std::size_t(focusedRow)]->device().id
-                                                  : std::string();
+    const std::string focusedId =
+        focusedRow >= 0 ? m_rows[std::size_t(focusedRow)]->device().id : std::string();
     reuseRowsById(
         m_rows, devices, [](PhoneRow* r) { return r->device().id; },
         [this](const PairedDevice& device, PhoneRow* r) {

@@ -164,8 +164,8 @@ private slots:
             QApplication::setActiveWindow(&window);
             QVERIFY(QTest::qWaitForWindowActive(&window));
             const QColor back = palette.color(QPalette::Window);
-            for (QAbstractButton* button : {static_cast<QAbstractButton*>(push),
-                                            static_cast<QAbstractButton*>(tool)}) {
+            for (QAbstractButton* button :
+                 {static_cast<QAbstractButton*>(push), static_cast<QAbstractButton*>(tool)}) {
                 button->clearFocus();
                 const QImage plain = button->grab().toImage();
                 button->setFocus(Qt::TabFocusReason);
