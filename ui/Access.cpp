@@ -96,12 +96,38 @@ private:
     bool m_isLine;
 };
 
-// An on/off entry of a menu ("Open at Login"): Qt's own item says "checked" but never that it
-// can be checked, so readers cannot tell an unchecked one from a plain command.
-class CheckItemInterface final : public QAccessibleObject, public QAccessibleActionInterface
+// A menu and its entries as readers need them: Qt's own entry says "checked" but never that it
+// can be checked, so an unchecked "Open at Login" sounded like a plain command. Checkable entries
+// are check boxes here; the menu counts them among its children like any other entry.
+class MenuInterface final : public QAccessibleWidget
 {
 public:
-    explicit CheckItemInterface(QAction* action) : QAccessibleObject(action) {}
+    explicit MenuInterface(QMenu* menu) : QAccessibleWidget(menu, QAccessible::PopupMenu) {}
+
+    QMenu* menu() const { return static_cast<QMenu*>(widget()); }
+    int childCount() const override { return int(menu()->actions().size()); }
+    QAccessibleInterface* child(int index) const override
+    {
+        const QList<QAction*> actions = menu()->actions();
+        return index >= 0 && index < actions.size()
+                   ? QAccessible::queryAccessibleInterface(actions.at(index))
+                   : nullptr;
+    }
+    int indexOfChild(const QAccessibleInterface* child) const override
+    {
+        return child ? int(menu()->actions().indexOf(qobject_cast<QAction*>(child->object()))) : -1;
+    }
+    QAccessibleInterface* childAt(int x, int y) const override
+    {
+        QAction* action = menu()->actionAt(menu()->mapFromGlobal(QPoint(x, y)));
+        return action ? QAccessible::queryAccessibleInterface(action) : nullptr;
+    }
+};
+
+class MenuItemInterface final : public QAccessibleObject, public QAccessibleActionInterface
+{
+public:
+    explicit MenuItemInterface(QAction* action) : QAccessibleObject(action) {}
 
     QAction* action() const { return static_cast<QAction*>(object()); }
     QMenu* menu() const
@@ -128,7 +154,12 @@ public:
     QAccessibleInterface* child(int) const override { return nullptr; }
     int childCount() const override { return 0; }
     int indexOfChild(const QAccessibleInterface*) const override { return -1; }
-    QAccessible::Role role() const override { return QAccessible::CheckBox; }
+    QAccessible::Role role() const override
+    {
+        return action()->isSeparator()   ? QAccessible::Separator
+               : action()->isCheckable() ? QAccessible::CheckBox
+                                         : QAccessible::MenuItem;
+    }
     QString text(QAccessible::Text t) const override
     {
         return t == QAccessible::Name ? action()->text().remove(QLatin1Char('&')) : QString();
@@ -137,11 +168,11 @@ public:
     {
         QAccessible::State s;
         const QMenu* m = menu();
-        s.checkable = true;
+        s.checkable = action()->isCheckable();
         s.checked = action()->isChecked();
         s.disabled = !action()->isEnabled();
         s.invisible = !m || !m->isVisible() || !action()->isVisible();
-        s.focusable = true;
+        s.focusable = !action()->isSeparator();
         s.focused = m && m->activeAction() == action();
         return s;
     }
@@ -153,10 +184,15 @@ public:
         const QRect r = m->actionGeometry(action());
         return {m->mapToGlobal(r.topLeft()), r.size()};
     }
-    QStringList actionNames() const override { return {toggleAction()}; }
+    QStringList actionNames() const override
+    {
+        if (action()->isSeparator())
+            return {};
+        return {action()->isCheckable() ? toggleAction() : pressAction()};
+    }
     void doAction(const QString& name) override
     {
-        if (name == toggleAction() && action()->isEnabled())
+        if (actionNames().contains(name) && action()->isEnabled())
             action()->trigger();
     }
     QStringList keyBindingsForAction(const QString&) const override { return {}; }
@@ -167,7 +203,9 @@ QAccessibleInterface* interfaceFor(const QString&, QObject* object)
     if (!object)
         return nullptr;
     if (auto* action = qobject_cast<QAction*>(object))
-        return action->isCheckable() ? new CheckItemInterface(action) : nullptr;
+        return new MenuItemInterface(action);
+    if (auto* menu = qobject_cast<QMenu*>(object))
+        return new MenuInterface(menu);
     if (auto* announcer = qobject_cast<Announcer*>(object))
         return new SpokenInterface(object, announcer, false);
     if (auto* announcer = qobject_cast<Announcer*>(object->parent());

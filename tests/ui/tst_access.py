@@ -280,7 +280,10 @@ def run(s):
         ("Escape goes back", ["Escape"], ("push button", "Pair a Phone…"), []),
         ("paired", ["Return"], ("push button", "Done"), [re.compile(r"Paired with .+")]),
         ("Done", ["Return"], ("push button", "Pair a Phone…"), []),
-        ("test", [("Actions",), "Return", "Down", "Return"], ("push button", "Actions"),
+        ("Open at Login is checkable", [("Actions",), "Return", "Down", "Down", "Down", "Down"],
+         ("check box", "Open at Login"), []),
+        ("Escape closes the menu only", ["Escape"], ("push button", "Actions"), []),
+        ("test", ["Return", "Down", "Return"], ("push button", "Actions"),
          [re.compile(r"Test notification sent to \d+ phones?\.")]),
     ]
     for title, keys, focus, said in steps:
