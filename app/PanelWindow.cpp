@@ -1,9 +1,9 @@
 #include "PanelWindow.h"
 
+#include "Access.h"
 #include "MenuView.h"
 #include "PlasmaSurface.h"
 
-#include <QAccessibleWidget>
 #include <QApplication>
 #include <QBoxLayout>
 #include <QKeyEvent>
@@ -21,14 +21,6 @@ namespace harkline::app {
 namespace {
 constexpr int kGap = 4;
 constexpr int kEdgeBand = 48; // no tray bar is thicker than twice this
-
-// Screen readers list top-level windows by role; a plain widget would be a nameless container.
-QAccessibleInterface* accessibleFor(const QString&, QObject* object)
-{
-    if (auto* panel = qobject_cast<PanelWindow*>(object))
-        return new QAccessibleWidget(panel, QAccessible::Window);
-    return nullptr;
-}
 
 xcb_atom_t atom(xcb_connection_t* connection, const char* name)
 {
@@ -82,8 +74,8 @@ void PanelWindow::grabPointerOnX11(int attempt)
 PanelWindow::PanelWindow(ui::MenuView* content, QWidget* parent)
     : QWidget(parent), m_content(content)
 {
-    static const bool factory = (QAccessible::installFactory(accessibleFor), true);
-    (void)factory;
+    // Screen readers list top-level windows by role; a plain widget would be a nameless container.
+    ui::access::setRole(this, QAccessible::Window);
     m_grabPointer = QGuiApplication::platformName() == QLatin1String("xcb") &&
                     !qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
     // Our menus take the pointer while they are open and let it go when they close.

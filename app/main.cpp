@@ -5,9 +5,13 @@
 #include "LoginItem.h"
 #include "SingleInstance.h"
 
+#include "Looks.h"
+
 #include <QApplication>
 #include <QSettings>
 #include <QSocketNotifier>
+#include <QStyle>
+#include <QStyleFactory>
 
 #include <csignal>
 #include <cstdio>
@@ -68,6 +72,9 @@ int main(int argc, char* argv[])
     QApplication::setDesktopFileName(QStringLiteral(HARKLINE_APP_ID));
     // The panel closing is not the companion ending; only "Quit" ends it.
     QApplication::setQuitOnLastWindowClosed(false);
+    // Focus rings that keyboard users can see on any palette, light or dark.
+    QApplication::setStyle(
+        harkline::ui::looks::focusStyle(QStyleFactory::create(QApplication::style()->name())));
 
     quitOnSignals();
 

@@ -1,5 +1,6 @@
 #include "ActionsMenu.h"
 
+#include "Access.h"
 #include "AppModel.h"
 
 #include <QCoreApplication>
@@ -8,6 +9,7 @@ namespace harkline::ui {
 
 ActionsMenu::ActionsMenu(AppModel* model, QWidget* parent) : QMenu(parent), m_model(model)
 {
+    access::setRole(this, QAccessible::PopupMenu); // its entries say which can be checked
     setAccessibleName(tr("Actions"));
     m_sendTest = addAction(tr("Send Test Notification"), model, &AppModel::sendTest);
     m_restart = addAction(tr("Restart Service"), model, [model] { model->startService(true); });

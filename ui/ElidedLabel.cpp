@@ -1,11 +1,14 @@
 #include "ElidedLabel.h"
 
+#include "Access.h"
+
 #include <QPainter>
 
 namespace harkline::ui {
 
 ElidedLabel::ElidedLabel(QWidget* parent) : QWidget(parent)
 {
+    access::setRole(this, QAccessible::StaticText); // a line of text, not a container
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 }
 

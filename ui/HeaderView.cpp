@@ -1,5 +1,6 @@
 #include "HeaderView.h"
 
+#include "Access.h"
 #include "ActionsMenu.h"
 #include "AppModel.h"
 #include "DisplayText.h"
@@ -17,7 +18,11 @@ namespace {
 class StatusDot final : public QWidget
 {
 public:
-    explicit StatusDot(QWidget* parent) : QWidget(parent) { setFixedSize(9, 9); }
+    explicit StatusDot(QWidget* parent) : QWidget(parent)
+    {
+        access::setRole(this, QAccessible::Graphic);
+        setFixedSize(9, 9);
+    }
     void setColor(SystemColor color)
     {
         m_color = color;
@@ -71,6 +76,8 @@ HeaderView::HeaderView(AppModel* model, QWidget* parent) : QWidget(parent), m_mo
         QStringLiteral("QToolButton::menu-indicator { image: none; width: 0; }"));
     m_button->setAccessibleName(tr("Actions"));
     m_button->setToolTip(tr("Actions"));
+    // Screen readers hear the role's "menu" from most readers; this says it for the rest.
+    m_button->setAccessibleDescription(tr("Opens a menu"));
     m_button->setFocusPolicy(Qt::StrongFocus);
     row->addWidget(m_button, 0, Qt::AlignVCenter);
 
@@ -113,7 +120,7 @@ void HeaderView::update()
     const auto& status = m_model->status();
     m_running = status.has_value();
     static_cast<StatusDot*>(m_dot)->setColor(m_running ? SystemColor::Green : SystemColor::Red);
-    m_dot->setAccessibleName(m_running ? tr("Service running") : tr("Service not running"));
+    access::setName(m_dot, m_running ? tr("Service running") : tr("Service not running"));
     // The daemon's own name, even when empty; the fallback is only for no answer at all.
     m_title->setText(status ? inertText(status->name) : QStringLiteral("harkline"));
     m_subtitle->setText(subtitleFor(status));

@@ -1,13 +1,19 @@
 #include "Looks.h"
 
 #include <QApplication>
+#include <QBoxLayout>
+#include <QEvent>
 #include <QFile>
 #include <QHash>
 #include <QIconEngine>
 #include <QPainter>
+#include <QProxyStyle>
+#include <QStyleOption>
 #include <QSvgRenderer>
 #include <QWidget>
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 
 // The symbols are compiled into this static library; its resources must be registered by hand.
@@ -235,6 +241,118 @@ QIcon symbol(const QString& name, const QColor& tint)
 QIcon traySymbol(const QString& name)
 {
     return makeIcon(name, QColor(0xf4, 0xf4, 0xf4), QColor(0x26, 0x26, 0x26));
+}
+
+namespace {
+
+class Ornament final : public QObject
+{
+public:
+    Ornament(QWidget* host, QSpacerItem* slot, const QPixmap& pixmap)
+        : QObject(host), m_host(host), m_slot(slot), m_pixmap(pixmap)
+    {
+        host->installEventFilter(this);
+    }
+
+protected:
+    bool eventFilter(QObject*, QEvent* event) override
+    {
+        if (event->type() == QEvent::Paint) {
+            const QRect slot = m_slot->geometry();
+            const QSize size = m_slot->sizeHint();
+            QPainter painter(m_host);
+            painter.drawPixmap(
+                QRect(QPoint(slot.x(), slot.y() + (slot.height() - size.height()) / 2), size),
+                m_pixmap);
+        }
+        return false;
+    }
+
+private:
+    QWidget* m_host;
+    QSpacerItem* m_slot;
+    QPixmap m_pixmap;
+};
+
+qreal luminance(const QColor& color)
+{
+    const auto channel = [](qreal c) {
+        return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
+    };
+    const QColor rgb = color.toRgb();
+    return 0.2126 * channel(rgb.redF()) + 0.7152 * channel(rgb.greenF()) +
+           0.0722 * channel(rgb.blueF());
+}
+
+// Solid rings, two pixels wide: where the base style puts its focus frame (tool buttons, check
+// boxes), and around push buttons, which Fusion marks only with a faint outline.
+class FocusStyle final : public QProxyStyle
+{
+public:
+    using QProxyStyle::QProxyStyle;
+
+    void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                       const QWidget* widget) const override
+    {
+        if (element == PE_FrameFocusRect)
+            ring(painter, option->rect, option->palette);
+        else
+            QProxyStyle::drawPrimitive(element, option, painter, widget);
+    }
+
+    void drawControl(ControlElement element, const QStyleOption* option, QPainter* painter,
+                     const QWidget* widget) const override
+    {
+        QProxyStyle::drawControl(element, option, painter, widget);
+        if (element == CE_PushButton && (option->state & State_HasFocus))
+            ring(painter, option->rect, option->palette);
+    }
+
+private:
+    static void ring(QPainter* painter, const QRect& rect, const QPalette& palette)
+    {
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing, false);
+        painter->setPen(QPen(focusColor(palette), 2));
+        painter->setBrush(Qt::NoBrush);
+        painter->drawRect(QRectF(rect).adjusted(1, 1, -1, -1));
+        painter->restore();
+    }
+};
+
+} // namespace
+
+void decorate(QWidget* host, QBoxLayout* layout, const QIcon& icon, const QSize& size)
+{
+    auto* slot =
+        new QSpacerItem(size.width(), size.height(), QSizePolicy::Fixed, QSizePolicy::Fixed);
+    layout->addItem(slot);
+    new Ornament(host, slot, icon.pixmap(size, host->devicePixelRatioF()));
+}
+
+qreal contrast(const QColor& a, const QColor& b)
+{
+    const qreal la = luminance(a);
+    const qreal lb = luminance(b);
+    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+}
+
+QColor focusColor(const QPalette& palette)
+{
+    const QColor window = palette.color(QPalette::Window);
+    const QColor button = palette.color(QPalette::Button);
+    QColor ring = palette.color(QPalette::Highlight).toHsl();
+    // Away from the window's lightness, a step at a time, keeping the highlight's hue.
+    const qreal step = isDark(palette) ? 0.04 : -0.04;
+    for (int i = 0; i < 25 && std::min(contrast(ring, window), contrast(ring, button)) < 3.0; ++i)
+        ring = QColor::fromHslF(ring.hslHueF(), ring.hslSaturationF(),
+                                std::clamp(ring.lightnessF() + step, 0.0, 1.0));
+    return ring.toRgb();
+}
+
+QStyle* focusStyle(QStyle* base)
+{
+    return new FocusStyle(base);
 }
 
 } // namespace harkline::ui::looks

@@ -6,7 +6,9 @@
 #include <QPalette>
 #include <QString>
 
+class QBoxLayout;
 class QLabel;
+class QStyle;
 class QWidget;
 
 namespace harkline::ui {
@@ -46,6 +48,18 @@ QIcon symbol(const QString& name, const QColor& tint);
 // shape (a dark one read as a thin outline at 16 px), and the halo keeps it apart from a light
 // bar. Hosts that recolour symbolic icons get those instead.
 QIcon traySymbol(const QString& name);
+
+// Adds `icon` at `size` to `layout` as an ornament drawn by `host` itself: no child widget, so
+// screen readers meet no image that means nothing.
+void decorate(QWidget* host, QBoxLayout* layout, const QIcon& icon, const QSize& size);
+
+// The colour of a focus indicator on `palette`'s window: its highlight, darkened or lightened
+// until it stands at least 3:1 against the window and the buttons.
+QColor focusColor(const QPalette& palette);
+// WCAG's contrast ratio of two opaque colours, from 1 to 21.
+qreal contrast(const QColor& a, const QColor& b);
+// The style the panel draws with: `base` with focus indicators in focusColor().
+QStyle* focusStyle(QStyle* base);
 
 } // namespace looks
 } // namespace harkline::ui

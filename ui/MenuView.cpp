@@ -1,6 +1,8 @@
 #include "MenuView.h"
 
+#include "Access.h"
 #include "AppModel.h"
+#include "DefaultButton.h"
 #include "HeaderView.h"
 #include "Looks.h"
 #include "NotRunningView.h"
@@ -39,8 +41,10 @@ QWidget* divider(QWidget* parent)
 
 } // namespace
 
-MenuView::MenuView(AppModel* model, QWidget* parent) : QWidget(parent), m_model(model)
+MenuView::MenuView(AppModel* model, QWidget* parent)
+    : QWidget(parent), m_model(model), m_announcer(new access::Announcer(this))
 {
+    installButtonKeys();
     m_column = new QVBoxLayout(this);
     m_column->setContentsMargins(kPadding, kPadding, kPadding, kPadding);
     m_column->setSpacing(kSpacing);
@@ -55,15 +59,14 @@ MenuView::MenuView(AppModel* model, QWidget* parent) : QWidget(parent), m_model(
     auto* waiting = new QHBoxLayout(m_waiting);
     waiting->setContentsMargins(0, 0, 0, 0);
     waiting->setSpacing(6);
-    auto* bubble = new QLabel(m_waiting);
     const int side = QFontMetrics(looks::font(TextStyle::Callout)).height();
-    bubble->setPixmap(looks::symbol(QStringLiteral("exclamationmark.bubble.fill"),
-                                    looks::color(SystemColor::Orange, palette()))
-                          .pixmap(QSize(side, side), devicePixelRatioF()));
+    looks::decorate(m_waiting, waiting,
+                    looks::symbol(QStringLiteral("exclamationmark.bubble.fill"),
+                                  looks::color(SystemColor::Orange, palette())),
+                    QSize(side, side));
     m_waitingText = new QLabel(m_waiting);
     m_waitingText->setTextFormat(Qt::PlainText);
     looks::style(m_waitingText, TextStyle::Callout, SystemColor::Orange);
-    waiting->addWidget(bubble);
     waiting->addWidget(m_waitingText, 1);
     m_column->addWidget(m_waiting);
 
@@ -111,6 +114,7 @@ void MenuView::rebuild()
     }
 
     // A different body: the old views go, with whatever the user had unfolded or selected.
+    const bool switched = m_body != nullptr;
     delete m_body;
     m_notRunning = nullptr;
     m_pairing = nullptr;
@@ -149,15 +153,30 @@ void MenuView::rebuild()
     m_column->insertWidget(m_column->indexOf(m_notice), m_body);
     m_body->stackUnder(m_notice); // screen readers read the children in their stacking order
     m_body->show();
+    if (!switched)
+        return;
+    // The focus was in the views just deleted, or is better in the new one: keyboard and screen
+    // reader users go on from its first control that matters, not from nowhere.
+    if (QWidget* target = m_notRunning ? m_notRunning->startButton()
+                          : m_pairing  ? m_pairing->focusTarget()
+                                       : m_phones->pairButton())
+        target->setFocus(Qt::OtherFocusReason);
+    if (m_notRunning)
+        access::announce(m_notRunning, HeaderView::subtitleFor(std::nullopt));
 }
 
 void MenuView::updateWaiting()
 {
     const auto& status = m_model->status();
-    const bool show = status && status->pending > 0;
+    const qint64 pending = status ? status->pending : 0;
+    const bool show = pending > 0;
     if (show)
-        m_waitingText->setText(waitingText(status->pending));
+        m_waitingText->setText(waitingText(pending));
     m_waiting->setVisible(show);
+    // Said when the count changes, not on every refresh that repeats it.
+    if (show && pending != m_announcedPending)
+        access::announce(m_waitingText, m_waitingText->text());
+    m_announcedPending = pending;
 }
 
 void MenuView::updateNotice()
@@ -165,6 +184,9 @@ void MenuView::updateNotice()
     const auto& notice = m_model->notice();
     m_notice->setText(notice ? *notice : QString());
     m_notice->setVisible(notice.has_value());
+    // Every outcome is said, also one worded like the last ("Pairing code copied." twice).
+    if (notice)
+        access::announce(m_notice, *notice);
 }
 
 void MenuView::updateSessions()

@@ -11,6 +11,9 @@ class AppModel;
 
 namespace harkline::ui {
 
+namespace access {
+class Announcer;
+}
 class HeaderView;
 class NotRunningView;
 class PairingView;
@@ -50,6 +53,8 @@ public:
     QWidget* waitingLine() const { return m_waiting; }
     QString waitingLineText() const;
     QLabel* noticeLine() const { return m_notice; }
+    // What screen readers were last told.
+    access::Announcer* announcer() const { return m_announcer; }
 
     // Names of the parts shown, top to bottom, for tests: "header", "divider", "waiting",
     // "notRunning", "pairing", "phones", "sessionsTitle", "sessions", "notice".
@@ -79,6 +84,8 @@ private:
     void refit();
 
     AppModel* m_model;
+    access::Announcer* m_announcer; // first: the panel's accessible children end with it
+    qint64 m_announcedPending = 0;
     QVBoxLayout* m_column;
     HeaderView* m_header;
     QWidget* m_divider;

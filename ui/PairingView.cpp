@@ -1,13 +1,18 @@
 #include "PairingView.h"
 
+#include "Access.h"
 #include "AppModel.h"
 #include "DefaultButton.h"
 #include "DisplayText.h"
 #include "Looks.h"
 #include "WrappedText.h"
 
+#include <QApplication>
 #include <QBoxLayout>
+#include <QDateTime>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QLocale>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPushButton>
@@ -29,6 +34,7 @@ class QrSquare final : public QWidget
 public:
     explicit QrSquare(QWidget* parent) : QWidget(parent)
     {
+        access::setRole(this, QAccessible::Graphic);
         setFixedSize(kCodeSide + 2 * kQuietBorder, kCodeSide + 2 * kQuietBorder);
     }
     void setImage(const QImage& image)
@@ -86,6 +92,7 @@ PairingView::PairingView(AppModel* model, const Pairing& pairing, QWidget* paren
     scan->setText(tr("Scan with the harkline app"));
     m_qr = new QrSquare(m_code);
     m_qr->setAccessibleName(tr("Pairing code"));
+    m_qr->setAccessibleDescription(tr("QR code to scan with the harkline app"));
     m_countdown = plainLabel(m_code, TextStyle::Caption, SystemColor::Secondary);
     code->addWidget(scan);
     code->addWidget(m_qr, 0, Qt::AlignHCenter);
@@ -159,23 +166,63 @@ qint64 PairingView::remainingSeconds() const
     return qint64(left);
 }
 
+QPushButton* PairingView::focusTarget() const
+{
+    if (m_pairing.pairedWith)
+        return m_done;
+    return m_copy->isHidden() ? m_newCode : m_copy;
+}
+
 void PairingView::setPairing(const Pairing& pairing)
 {
+    const bool wasPaired = m_pairing.pairedWith.has_value();
+    // A button that leaves hands the focus to the one that takes its place.
+    const bool focusHere = isAncestorOf(QApplication::focusWidget());
     m_pairing = pairing;
     const bool paired = pairing.pairedWith.has_value();
-    m_paired->setVisible(paired);
-    m_offer->setVisible(!paired);
     if (paired) {
         m_pairedWith->setText(tr("Paired with %1").arg(daemonText(*pairing.pairedWith)));
+        m_paired->setVisible(true);
+        if (focusHere)
+            m_done->setFocus(Qt::OtherFocusReason);
+        m_offer->setVisible(false);
+        if (!wasPaired)
+            access::announce(m_pairedWith, m_pairedWith->text());
         return;
     }
-    static_cast<QrSquare*>(m_qr)->setImage(pairing.image);
+    m_offer->setVisible(true);
+    m_paired->setVisible(false);
+    if (pairing.image.cacheKey() != m_shownImage) {
+        m_shownImage = pairing.image.cacheKey();
+        static_cast<QrSquare*>(m_qr)->setImage(pairing.image);
+        // Said once per code: the countdown itself moves only on screen.
+        const QDateTime expiry =
+            QDateTime::fromMSecsSinceEpoch(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                               pairing.expires.time_since_epoch())
+                                               .count());
+        m_countdown->setAccessibleName(
+            tr("Pair PC → scan. Expires at %1.")
+                .arg(QLocale().toString(expiry.time(), QLocale::ShortFormat)));
+    }
     // The second button is chosen now, not at each countdown step: it changes when the view is
     // next rebuilt after the offer lapses.
     const bool open = pairing.expires > m_clock();
+    const bool copyHadFocus = m_copy->hasFocus();
     m_copy->setVisible(open);
     m_newCode->setVisible(!open);
+    if (copyHadFocus && !open)
+        m_newCode->setFocus(Qt::OtherFocusReason);
     updateCountdown();
+}
+
+void PairingView::keyPressEvent(QKeyEvent* event)
+{
+    // Escape leaves the pairing view (as Cancel or Done) before it closes the panel.
+    if (event->key() == Qt::Key_Escape) {
+        m_model->stopPairing();
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void PairingView::showEvent(QShowEvent* event)
@@ -200,6 +247,9 @@ void PairingView::updateCountdown()
     const bool live = remaining >= 1 && !m_pairing.image.isNull();
     m_code->setVisible(live);
     m_expired->setVisible(!live);
+    if (m_live && *m_live && !live)
+        access::announce(m_expired, m_expired->text());
+    m_live = live;
     if (live)
         m_countdown->setText(
             tr("Pair PC → scan. Expires in %1:%2.")

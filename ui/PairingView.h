@@ -6,6 +6,7 @@
 #include <QWidget>
 
 #include <functional>
+#include <optional>
 
 class QLabel;
 class QPushButton;
@@ -45,8 +46,11 @@ public:
     QPushButton* copyButton() const { return m_copy; }
     QPushButton* newCodeButton() const { return m_newCode; }
     QPushButton* doneButton() const { return m_done; }
+    // Where the keyboard starts in this view: "Done", or the offer's main button.
+    QPushButton* focusTarget() const;
 
 protected:
+    void keyPressEvent(QKeyEvent* event) override;
     void showEvent(QShowEvent* event) override;
     void hideEvent(QHideEvent* event) override;
 
@@ -58,6 +62,8 @@ private:
     Pairing m_pairing;
     Clock m_clock;
     QTimer m_tick;
+    std::optional<bool> m_live; // whether the code showed at the last countdown step
+    qint64 m_shownImage = -1;
 
     QWidget* m_offer; // the countdown block and the button row
     QWidget* m_code;  // headline, QR code, countdown line

@@ -1,12 +1,15 @@
 #include "PhoneRow.h"
 
+#include "Access.h"
 #include "DisplayText.h"
 #include "ElidedLabel.h"
 #include "Looks.h"
 #include "RelativeTime.h"
 #include "WrappedText.h"
 
+#include <QApplication>
 #include <QBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
 #include <QToolButton>
@@ -18,11 +21,9 @@ PhoneRow::PhoneRow(QWidget* parent) : QWidget(parent)
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(0, 0, 0, 0);
 
-    auto* icon = new QLabel(this);
-    icon->setPixmap(looks::symbol(QStringLiteral("iphone"), looks::color(SystemColor::Primary))
-                        .pixmap(QSize(18, 18), devicePixelRatioF()));
-    icon->setAccessibleName(tr("Phone"));
-    row->addWidget(icon, 0, Qt::AlignVCenter);
+    looks::decorate(this, row,
+                    looks::symbol(QStringLiteral("iphone"), looks::color(SystemColor::Primary)),
+                    QSize(18, 18));
 
     auto* lines = new QVBoxLayout;
     lines->setSpacing(0);
@@ -39,7 +40,6 @@ PhoneRow::PhoneRow(QWidget* parent) : QWidget(parent)
     m_trash->setIconSize(QSize(16, 16));
     m_trash->setAutoRaise(true);
     m_trash->setToolTip(tr("Unpair this phone"));
-    m_trash->setAccessibleName(tr("Unpair this phone"));
     m_trash->setFocusPolicy(Qt::StrongFocus);
     m_cancel = new QPushButton(tr("Cancel"), this);
     m_cancel->setAutoDefault(false);
@@ -63,22 +63,51 @@ void PhoneRow::setDevice(const PairedDevice& device)
 {
     m_device = device;
     m_name->setText(inertText(device.name));
+    // The names say which phone: "Unpair Pixel 8", and on "Cancel" the question being asked.
+    access::setName(m_trash, tr("Unpair %1").arg(m_name->text()));
+    access::setDescription(m_cancel, tr("Unpair %1?").arg(m_name->text()));
+    access::setName(m_remove, tr("Remove %1").arg(m_name->text()));
     refreshTime();
 }
 
 void PhoneRow::refreshTime()
 {
     m_paired->setText(tr("Paired %1").arg(relativeTimePhrase(m_device.paired)));
-    setAccessibleName(m_name->text());
-    setAccessibleDescription(m_paired->text());
+    access::setName(this, m_name->text());
+    access::setDescription(this, m_paired->text());
 }
 
 void PhoneRow::setConfirming(bool on)
 {
+    // Whoever had the focus in this row keeps it here: on "Cancel" as the question opens (not
+    // past it), back on the trash button as it closes.
+    const QWidget* focus = QApplication::focusWidget();
+    const bool focusHere = focus && isAncestorOf(focus);
+    const bool moveFocus = focusHere && on != m_confirming;
     m_confirming = on;
+    // What comes is shown and focused before what goes is hidden: hiding a focused button
+    // would first send the focus on down the chain, and a screen reader would say so.
+    if (on) {
+        m_cancel->show();
+        m_remove->show();
+    } else {
+        m_trash->show();
+    }
+    if (moveFocus)
+        (on ? static_cast<QWidget*>(m_cancel) : m_trash)->setFocus(Qt::OtherFocusReason);
     m_trash->setVisible(!on);
     m_cancel->setVisible(on);
     m_remove->setVisible(on);
+}
+
+void PhoneRow::keyPressEvent(QKeyEvent* event)
+{
+    // Escape takes back the question before it closes the panel.
+    if (event->key() == Qt::Key_Escape && m_confirming) {
+        Q_EMIT cancelClicked();
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 QString PhoneRow::nameText() const

@@ -39,6 +39,9 @@ signals:
     void cancelClicked();
     void removeClicked();
 
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+
 private:
     PairedDevice m_device;
     bool m_confirming = false;

@@ -24,8 +24,9 @@ PhonesView::PhonesView(AppModel* model, QWidget* parent) : QWidget(parent), m_mo
     m_column->setSpacing(6);
 
     m_column->addWidget(new SectionTitle(tr("Phones"), this));
-    m_empty = new QLabel(tr("No phone paired yet."), this);
-    m_empty->setTextFormat(Qt::PlainText);
+    m_empty = new QLabel(this);
+    m_empty->setTextFormat(Qt::PlainText); // before the text: each set would name it anew
+    m_empty->setText(tr("No phone paired yet."));
     looks::style(m_empty, TextStyle::Callout, SystemColor::Secondary);
     m_column->addWidget(m_empty);
 
@@ -74,6 +75,15 @@ void PhonesView::update()
     m_empty->setVisible(devices.empty());
 
     const std::vector<PhoneRow*> before = m_rows;
+    // The row with the focus may leave (a phone just removed): the focus then goes to the row
+    // that takes its place, or to "Pair a Phone…", not to nowhere.
+    int focusedRow = -1;
+    if (const QWidget* focus = QApplication::focusWidget())
+        for (int i = 0; i < int(m_rows.size()); ++i)
+            if (m_rows[std::size_t(i)]->isAncestorOf(focus))
+                focusedRow = i;
+    const std::string focusedId =
+        focusedRow >= 0 ? m_rows[std::size_t(focusedRow)]->device().id : std::string();
     reuseRowsById(
         m_rows, devices, [](PhoneRow* r) { return r->device().id; },
         [this](const PairedDevice& device, PhoneRow* r) {
@@ -119,6 +129,14 @@ void PhonesView::update()
     m_rowsArea->setVisible(!m_rows.empty());
     setRemoving(m_removing);
     fitRows();
+    if (focusedRow >= 0 && !row(focusedId)) {
+        if (m_rows.empty())
+            m_pair->setFocus(Qt::OtherFocusReason);
+        else
+            m_rows[std::size_t(std::min(focusedRow, int(m_rows.size()) - 1))]
+                ->trashButton()
+                ->setFocus(Qt::OtherFocusReason);
+    }
 }
 
 int PhonesView::rowsNaturalHeight(int width) const

@@ -460,7 +460,7 @@ void SessionsView::paintEvent(QPaintEvent* event)
         if (focused && i == m_current) {
             painter.save();
             painter.setRenderHint(QPainter::Antialiasing);
-            painter.setPen(QPen(pal.color(QPalette::Highlight), 2));
+            painter.setPen(QPen(looks::focusColor(pal), 2));
             painter.setBrush(Qt::NoBrush);
             painter.drawRoundedRect(QRectF(rect).adjusted(1, -3, -1, 3), 4, 4);
             painter.restore();
@@ -539,12 +539,16 @@ void SessionsView::keyPressEvent(QKeyEvent* event)
 void SessionsView::focusInEvent(QFocusEvent* event)
 {
     QAbstractScrollArea::focusInEvent(event);
-    if (m_current < 0 && count() > 0)
-        setCurrentRow(indexAtContentY(verticalScrollBar()->value()));
-    else if (m_current >= 0)
+    if (m_current < 0 && count() > 0) {
+        m_current = indexAtContentY(verticalScrollBar()->value());
+        m_currentId = session(m_current).id;
+    }
+    if (m_current >= 0)
         ensureVisible(m_current);
     viewport()->update();
-    accessibleFocus();
+    // After the list's own focus event, which Qt sends once this returns: readers then stay on
+    // the row, not on the list around it.
+    QMetaObject::invokeMethod(this, &SessionsView::accessibleFocus, Qt::QueuedConnection);
 }
 
 void SessionsView::focusOutEvent(QFocusEvent* event)

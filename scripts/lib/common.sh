@@ -10,7 +10,9 @@ HARKLINE_BUILD_PACKAGES=(g++ cmake ninja-build pkg-config nlohmann-json3-dev
   qt6-base-private-dev libwayland-dev libwayland-bin plasma-wayland-protocols)
 # desktop-file-utils and appstream validate what an install puts in place.
 # qt6-wayland runs the program natively on the Wayland desktop of the desk tests.
-HARKLINE_TEST_PACKAGES=(xvfb xauth dbus zbar-tools desktop-file-utils appstream qt6-wayland)
+# at-spi2-core, python3-pyatspi and xdotool: the keyboard and screen reader suite.
+HARKLINE_TEST_PACKAGES=(xvfb xauth dbus zbar-tools desktop-file-utils appstream qt6-wayland
+  at-spi2-core python3-pyatspi xdotool)
 # For scripts/package: CPack's Debian generator runs dpkg-shlibdeps (dpkg-dev) and file.
 HARKLINE_PACKAGE_PACKAGES=(dpkg-dev file)
 # For the screenshots of scripts/demo without a display.

@@ -1,8 +1,11 @@
-// The pairing view: code and countdown, expiry, the paired state, and which button Return presses.
+// The pairing view: code and countdown, expiry (said once, the focus kept on the button row), the
+// paired state, and which button Return presses.
 
+#include "Access.h"
 #include "ModelKit.h"
 #include "PairingView.h"
 
+#include <QApplication>
 #include <QPushButton>
 
 using namespace harkline;
@@ -59,11 +62,18 @@ private slots:
 
     void expiresWhileShown()
     {
+        QWidget panel;
+        const access::Announcer* said = new access::Announcer(&panel);
         Shown s{2.5s};
-        s.view.show();
+        s.view.setParent(&panel);
+        panel.show();
+        QApplication::setActiveWindow(&panel);
+        QVERIFY(QTest::qWaitForWindowActive(&panel));
+        s.view.copyButton()->setFocus();
         s.now += 2s; // half a second left: below one whole second
         QVERIFY(QTest::qWaitFor([&] { return s.view.showsExpired(); }, 2500));
         QVERIFY(!s.view.showsCode());
+        QCOMPARE(said->text(), QString("This code has expired."));
         // The button row is chosen when the view is rebuilt, not by the countdown.
         QVERIFY(s.view.copyButton()->isVisible());
         s.view.setPairing(s.offer(0.5s));
@@ -71,7 +81,8 @@ private slots:
         s.now += 1s;
         s.view.setPairing(s.offer(-0.5s));
         QVERIFY(!s.view.copyButton()->isVisible());
-        QVERIFY(s.view.newCodeButton()->isVisible());
+        QVERIFY(s.view.newCodeButton()->hasFocus());
+        QCOMPARE(said->count(), 1);
 
         Shown noImage{100s, false};
         QVERIFY(noImage.view.showsExpired());
