@@ -265,11 +265,11 @@ void PanelWindow::fit()
         // the panel themselves (sway centres it) and keep that place as it grows, so a panel
         // that opened small (the service not running) would run off the screen once it fills:
         // there a new mapping lets the compositor place it anew.
-        const bool remap = plasma::available()
-                               ? where.topLeft() != pos()
-                               : QGuiApplication::platformName().startsWith(u"wayland") &&
-                                     (avail.height() - m_mappedHeight) / 2 + size.height() >
-                                         avail.height();
+        const bool remap =
+            plasma::available()
+                ? where.topLeft() != pos()
+                : QGuiApplication::platformName().startsWith(u"wayland") &&
+                      (avail.height() - m_mappedHeight) / 2 + size.height() > avail.height();
         if (remap) {
             m_remapped.start();
             hide();
