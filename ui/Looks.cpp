@@ -327,6 +327,12 @@ void decorate(QWidget* host, QBoxLayout* layout, const QIcon& icon, const QSize&
     auto* slot =
         new QSpacerItem(size.width(), size.height(), QSizePolicy::Fixed, QSizePolicy::Fixed);
     layout->addItem(slot);
+    // A layout puts no spacing next to a spacer as it does between widgets: keep the same gap
+    // between the icon and what follows.
+    int gap = layout->spacing();
+    if (gap < 0)
+        gap = host->style()->pixelMetric(QStyle::PM_LayoutHorizontalSpacing, nullptr, host);
+    layout->addSpacing(std::max(gap, 0));
     new Ornament(host, slot, icon.pixmap(size, host->devicePixelRatioF()));
 }
 
