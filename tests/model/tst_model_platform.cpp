@@ -9,6 +9,7 @@
 #include "WindowVisibility.h"
 
 #include <QClipboard>
+#include <QDesktopServices>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
@@ -49,6 +50,10 @@ class ModelPlatformTest : public QObject
 
     std::unique_ptr<TestHome> home;
     QString entry;
+    QList<QUrl> opened;
+
+public slots:
+    void openUrl(const QUrl& url) { opened << url; }
 
 private slots:
     void init()
@@ -97,16 +102,18 @@ private slots:
         entry = home->path() + "/cfg/autostart/harkline-menubar.desktop";
         QCOMPARE(XdgAutostartLoginItem::entryPath(), entry);
 
-        const QString odd = home->path() + "/hark line/\"menu\"$%\\x";
+        const QString odd = home->path() + "/hark line/\"menu\"$%\\x\n\t\r";
         XdgAutostartLoginItem item(odd);
         QVERIFY(!item.enabled());
         QCOMPARE(item.unregisterItem(), std::nullopt); // nothing to remove is no failure
         QCOMPARE(item.registerItem(), std::nullopt);
         QVERIFY(item.enabled());
-        QVERIFY(readAll(entry).contains("\nExec=\"" + home->path().toUtf8() +
-                                        "/hark line/\\\\\"menu\\\\\"\\\\$%%\\\\\\\\x\"\n"));
+        QVERIFY(
+            readAll(entry).contains("\nExec=\"" + home->path().toUtf8() +
+                                    "/hark line/\\\\\"menu\\\\\"\\\\$%%\\\\\\\\x\\n\\t\\r\"\n"));
         QCOMPARE(XdgAutostartLoginItem::entryProgram(), odd);
-        // An entry from before TryExec was written: the program comes from Exec.
+        // An entry from before TryExec was written: the program comes from Exec, line breaks and
+        // all.
         write(entry, XdgAutostartLoginItem::entryText(odd).replace("TryExec=", "X-Old="));
         QCOMPARE(XdgAutostartLoginItem::entryProgram(), odd);
         write(entry, "[Desktop Entry]\nExec=harkline-menubar --flag\n");
@@ -177,6 +184,14 @@ private slots:
         qputenv("XDG_STATE_HOME", "/var/tmp/st");
         QCOMPARE(daemonLogPath(), "/var/tmp/st/harkline/harkline.log");
         QCOMPARE(macDaemonLogPath("/Users/ada"), "/Users/ada/Library/Logs/harkline.log");
+    }
+
+    void fileOpenerHandsTheFileToTheDesktop()
+    {
+        QDesktopServices::setUrlHandler("file", this, "openUrl");
+        DesktopFileOpener().open("/var/log/a b#1.log");
+        QDesktopServices::unsetUrlHandler("file");
+        QCOMPARE(opened, QList<QUrl>{QUrl::fromLocalFile("/var/log/a b#1.log")});
     }
 
     void clipboardTakesPlainText()

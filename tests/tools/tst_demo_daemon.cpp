@@ -37,6 +37,11 @@ private slots:
         second.start(DEMO_DAEMON);
         QVERIFY(second.waitForFinished(5000) && second.exitCode() == 1);
         QVERIFY(second.readAllStandardError().contains("a daemon already answers on"));
+        second.start(DEMO_DAEMON, {"--phones", "2x"});
+        QVERIFY(second.waitForFinished(5000) && second.exitCode() == 2);
+        QCOMPARE(second.readAllStandardError(),
+                 "harkline-demo-daemon: --phones needs a whole "
+                 "number from 0 to 10000, not \"2x\" (try --help)\n");
 
         const DaemonStatus status(*DaemonClient::ok(DaemonClient::status()));
         QVERIFY(!status.name.empty() && status.port > 0 && !status.hosts.empty());
