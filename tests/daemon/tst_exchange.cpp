@@ -11,7 +11,9 @@
 
 #include <csignal>
 #include <pwd.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -206,6 +208,35 @@ private slots:
             QVERIFY2(clock.elapsed() >= 900 && clock.elapsed() < 2500,
                      qPrintable(QString::number(clock.elapsed())));
         }
+    }
+
+    // A daemon stuck before accepting: once its backlog is full, connecting waits, and that
+    // wait is bounded by the time-out too, or every refresh would hold a thread for good.
+    void aDaemonThatNoLongerAcceptsCostsOneTimeout()
+    {
+        const std::string path = DaemonClient::socketPath();
+        ::unlink(path.c_str());
+        sockaddr_un address{AF_UNIX, {}};
+        std::memcpy(address.sun_path, path.data(), path.size());
+        const auto at = reinterpret_cast<sockaddr*>(&address);
+        const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        QVERIFY(::bind(listener, at, sizeof address) == 0 && ::listen(listener, 0) == 0);
+        std::vector<int> queued;
+        for (int fd; (fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0)) >= 0;) {
+            queued.push_back(fd);
+            if (::connect(fd, at, sizeof address) != 0)
+                break;
+        }
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY_THROWS_EXCEPTION(DaemonClient::NotRunning,
+                                 DaemonClient::request({{"cmd", "status"}}, 1));
+        QVERIFY2(clock.elapsed() >= 900 && clock.elapsed() < 2500,
+                 qPrintable(QString::number(clock.elapsed())));
+        for (const int fd : queued)
+            ::close(fd);
+        ::close(listener);
+        ::unlink(path.c_str());
     }
 
     // A daemon that hangs up before reading fails our write: a bad reply, not a SIGPIPE that ends
