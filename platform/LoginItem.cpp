@@ -20,8 +20,21 @@ QString configHome()
     return QDir::homePath() + QStringLiteral("/.config");
 }
 
+// A value of a string key: a backslash, a newline, a tab or a carriage return is escaped.
+QString escapedString(const QString& value)
+{
+    QString escaped = value;
+    escaped.replace(QLatin1Char('\\'), QStringLiteral("\\\\"));
+    escaped.replace(QLatin1Char('\n'), QStringLiteral("\\n"));
+    escaped.replace(QLatin1Char('\t'), QStringLiteral("\\t"));
+    escaped.replace(QLatin1Char('\r'), QStringLiteral("\\r"));
+    return escaped;
+}
+
 // Exec keys take arguments in double quotes in which ", `, $ and \ are escaped with a backslash;
 // a literal % is written %%. Quoting always is allowed and spares us deciding when it is needed.
+// The key's value is itself a string value, escaped again as one: a line break in a path must
+// not end the line.
 QString quotedExecArgument(const QString& argument)
 {
     QString quoted;
@@ -36,20 +49,7 @@ QString quotedExecArgument(const QString& argument)
             quoted += QLatin1Char('%');
     }
     quoted += QLatin1Char('"');
-    // The key's value is itself a string value, in which a backslash must be doubled again.
-    quoted.replace(QLatin1Char('\\'), QStringLiteral("\\\\"));
-    return quoted;
-}
-
-// A value of a string key: a backslash, a newline, a tab or a carriage return is escaped.
-QString escapedString(const QString& value)
-{
-    QString escaped = value;
-    escaped.replace(QLatin1Char('\\'), QStringLiteral("\\\\"));
-    escaped.replace(QLatin1Char('\n'), QStringLiteral("\\n"));
-    escaped.replace(QLatin1Char('\t'), QStringLiteral("\\t"));
-    escaped.replace(QLatin1Char('\r'), QStringLiteral("\\r"));
-    return escaped;
+    return escapedString(quoted);
 }
 
 QString unescapedString(const QString& value)

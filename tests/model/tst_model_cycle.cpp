@@ -1,8 +1,8 @@
 // The refresh cycle: when the timer refreshes, what each refresh applies and in which order, a
-// daemon that goes away and comes back, the status symbol, and a main thread that never waits.
+// daemon that goes away and comes back, and a main thread that never waits. (The status symbol
+// is pinned where it is shown: the tray suite and harklinectl's status-bar line.)
 
 #include "ModelKit.h"
-#include "StatusSymbol.h"
 
 #include <QElapsedTimer>
 #include <QTimer>
@@ -172,25 +172,6 @@ private slots:
         // the older load, ending last, has the last word.
         QCOMPARE(changed.count(), 6);
         QCOMPARE(model.status()->name, "older");
-    }
-
-    void menuBarSymbol()
-    {
-        DaemonStatus pending;
-        pending.pending = 2;
-        DaemonStatus negative;
-        negative.pending = -1;
-        const auto sessions = [](std::initializer_list<const char*> states) {
-            std::vector<ClaudeSession> list;
-            for (const char* state : states)
-                list.push_back(ClaudeSession(session("s", state)));
-            return list;
-        };
-        QCOMPARE(statusSymbol(std::nullopt, sessions({"waiting"})), "bell.slash");
-        QCOMPARE(statusSymbol(pending, {}), "bell.badge");
-        QCOMPARE(statusSymbol(DaemonStatus(), sessions({"working", "waiting"})), "bell.badge");
-        QCOMPARE(statusSymbol(negative, sessions({"Waiting", "ended"})), "bell");
-        QCOMPARE(statusSymbol(DaemonStatus(), {}), "bell");
     }
 
     void mainThreadStaysFreeWhileTheDaemonHangs()

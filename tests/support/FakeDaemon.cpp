@@ -87,6 +87,17 @@ std::string FakeDaemon::commandOf(const std::string& requestLine)
     return cmd && cmd->is_string() ? cmd->get<std::string>() : std::string();
 }
 
+bool FakeDaemon::leaveStaleSocket(const std::string& path)
+{
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{AF_UNIX, {}};
+    std::memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path - 1));
+    const bool bound = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    ::close(fd);
+    return bound;
+}
+
 bool FakeDaemon::waitForEnd(int fd, int ms) const
 {
     for (int waited = 0; !stopping_; waited += 20) {

@@ -44,6 +44,8 @@ public:
     int count(const std::string& cmd) const;   // requests received with that "cmd"
     int connections() const { return connections_; }
     static std::string commandOf(const std::string& requestLine); // "cmd", or empty
+    // Leaves a socket file at `path` that nobody listens on, as a daemon that died does.
+    static bool leaveStaleSocket(const std::string& path);
 
 private:
     void serve(int fd);

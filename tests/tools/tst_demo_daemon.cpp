@@ -1,6 +1,7 @@
 // The simulated daemon is a program people use to try the companion: run it for real.
 
 #include "DaemonClient.h"
+#include "FakeDaemon.h"
 #include "TestHome.h"
 
 #include <QProcess>
@@ -27,12 +28,20 @@ class DemoDaemonTest : public QObject
 private slots:
     void servesWhatTheCompanionReadsAndPairs()
     {
+        // A socket left by a daemon that died is taken over; a live daemon's is not.
+        QVERIFY(test::FakeDaemon::leaveStaleSocket(DaemonClient::socketPath()));
         QProcess daemon;
         daemon.start(DEMO_DAEMON, {"--pair-delay", "1"});
         QVERIFY(QTest::qWaitFor(answers, 5000));
-        QProcess second; // one daemon per socket
+        QProcess second;
         second.start(DEMO_DAEMON);
-        QVERIFY(second.waitForFinished(5000) && second.exitCode() != 0);
+        QVERIFY(second.waitForFinished(5000) && second.exitCode() == 1);
+        QVERIFY(second.readAllStandardError().contains("a daemon already answers on"));
+        second.start(DEMO_DAEMON, {"--phones", "2x"});
+        QVERIFY(second.waitForFinished(5000) && second.exitCode() == 2);
+        QCOMPARE(second.readAllStandardError(),
+                 "harkline-demo-daemon: --phones needs a whole "
+                 "number from 0 to 10000, not \"2x\" (try --help)\n");
 
         const DaemonStatus status(*DaemonClient::ok(DaemonClient::status()));
         QVERIFY(!status.name.empty() && status.port > 0 && !status.hosts.empty());

@@ -1,7 +1,9 @@
 // The companion itself (its Companion object, panel open, offscreen) against a daemon that
-// misbehaves in every way we know of, one fault at a time. For each: the main thread keeps
-// turning, the panel says what is true while the fault lasts and again within one refresh period
-// after it ends; then 2,000 failed exchanges leave no descriptor or thread behind.
+// misbehaves, one fault at a time: one of each way an exchange can end (a time-out, a reply that
+// never completes, a bad reply, a good one on a connection left open, nobody listening). How the
+// client reads every other malformed reply is the exchange suite's. For each: the main thread
+// keeps turning, the panel says what is true while the fault lasts and again within one refresh
+// period after it ends; then 2,000 failed exchanges leave no descriptor or thread behind.
 
 #include "AppModel.h"
 #include "Companion.h"
@@ -13,19 +15,13 @@
 #include "TestHome.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QTest>
 
 #include <atomic>
-#include <fcntl.h>
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace harkline;
@@ -49,13 +45,8 @@ enum class Fault {
     CloseWithoutAnswer,
     CloseMidReply,
     Garbage,
-    NotAnObject,
-    Huge,
-    Nul,
     AnswerAndStayOpen,
     Killed,
-    RegularFile,
-    OtherUser,
 };
 
 const Json kStatus = {
@@ -90,15 +81,6 @@ Script faulty(Fault fault, const std::string& line)
         return Script::bytes(kStatus.dump().substr(0, 20));
     case Fault::Garbage:
         return Script::bytes("HTTP/1.1 400 Bad Request\r\n\r\n\xff\xfe");
-    case Fault::NotAnObject:
-        return Script::bytes("[{\"ok\":true}]\n");
-    case Fault::Huge: {
-        static const std::string huge =
-            "{\"ok\":true,\"name\":\"" + std::string(50 * 1024 * 1024, 'x') + "\"}\n";
-        return Script::bytes(huge);
-    }
-    case Fault::Nul:
-        return Script::bytes(std::string("{\"ok\":true,\"name\":\"a\0b\"}\n", 24));
     case Fault::AnswerAndStayOpen: {
         Script script = healthy(line);
         script.hang = true;
@@ -155,7 +137,6 @@ class FaultsTest : public QObject
     std::unique_ptr<FakeDaemon> daemon;
     std::atomic<Fault> fault{Fault::None};
     std::unique_ptr<app::Companion> companion;
-    pid_t otherUser = -1;
 
     ui::MenuView* menu() const { return companion->panel()->findChild<ui::MenuView*>(); }
     bool showsRunning() const
@@ -173,44 +154,6 @@ class FaultsTest : public QObject
     {
         daemon = std::make_unique<FakeDaemon>(DaemonClient::socketPath());
         daemon->setHandler([this](const std::string& line) { return faulty(fault, line); });
-    }
-
-    // A socket at the daemon's path, served by "nobody": it answers well, but is not ours.
-    bool startOtherUser(const std::string& path)
-    {
-        const QString state = home->path() + "/.local/state";
-        for (const QString& d : {home->path(), home->path() + "/.local", state})
-            ::chmod(d.toUtf8().constData(), 0755);
-        ::chmod((state + "/harkline").toUtf8().constData(), 0777);
-        int ready[2];
-        if (::pipe(ready) != 0)
-            return false;
-        otherUser = ::fork();
-        if (otherUser == 0) {
-            if (::setgid(65534) != 0 || ::setuid(65534) != 0)
-                ::_exit(1);
-            const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-            sockaddr_un address{};
-            address.sun_family = AF_UNIX;
-            std::memcpy(address.sun_path, path.data(), path.size());
-            if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-                ::listen(fd, 16) != 0)
-                ::_exit(2);
-            (void)!::write(ready[1], "r", 1);
-            const std::string reply = kStatus.dump() + "\n";
-            for (;;) {
-                const int c = ::accept(fd, nullptr, nullptr);
-                char buffer[256];
-                (void)!::read(c, buffer, sizeof buffer);
-                (void)!::send(c, reply.data(), reply.size(), MSG_NOSIGNAL);
-                ::close(c);
-            }
-        }
-        ::close(ready[1]);
-        char byte = 0;
-        const bool up = ::read(ready[0], &byte, 1) == 1;
-        ::close(ready[0]);
-        return up;
     }
 
 private slots:
@@ -238,37 +181,23 @@ private slots:
         QTest::addColumn<bool>("running"); // what the panel must say while the fault lasts
         QTest::newRow("hangs") << Fault::Hang << false;
         QTest::newRow("trickles a byte every 100 ms") << Fault::Trickle << false;
-        QTest::newRow("closes without answering") << Fault::CloseWithoutAnswer << false;
-        QTest::newRow("closes mid-reply") << Fault::CloseMidReply << false;
         QTest::newRow("answers garbage") << Fault::Garbage << false;
-        QTest::newRow("answers a non-object") << Fault::NotAnObject << false;
-        QTest::newRow("answers 50 MB") << Fault::Huge << false;
-        QTest::newRow("answers with a NUL byte") << Fault::Nul << false;
         QTest::newRow("answers and keeps the connection") << Fault::AnswerAndStayOpen << true;
         QTest::newRow("killed and restarted") << Fault::Killed << false;
-        QTest::newRow("socket replaced by a file") << Fault::RegularFile << false;
-        QTest::newRow("socket of another user") << Fault::OtherUser << false;
     }
 
     void matrix()
     {
         QFETCH(Fault, kind);
         QFETCH(bool, running);
-        if (kind == Fault::OtherUser && ::geteuid() != 0)
-            QSKIP("needs root to serve a socket as another user");
         QVERIFY(showsRunning());
         const std::string path = DaemonClient::socketPath();
         const int before = daemon->connections();
 
-        if (kind == Fault::Killed || kind == Fault::RegularFile || kind == Fault::OtherUser) {
+        if (kind == Fault::Killed)
             daemon.reset();
-            if (kind == Fault::RegularFile)
-                QVERIFY(::close(::open(path.c_str(), O_CREAT | O_WRONLY, 0600)) == 0);
-            if (kind == Fault::OtherUser)
-                QVERIFY(startOtherUser(path));
-        } else {
+        else
             fault = kind;
-        }
 
         GapMeter gaps;
         // A fault is seen within a refresh period plus the exchange's time-out.
@@ -285,11 +214,6 @@ private slots:
 
         // The fault ends: the daemon is back (restarted, which also drops what it held open).
         fault = Fault::None;
-        if (otherUser > 0) {
-            ::kill(otherUser, SIGKILL);
-            ::waitpid(otherUser, nullptr, 0);
-            otherUser = -1;
-        }
         daemon.reset();
         ::unlink(path.c_str());
         startDaemon();
@@ -307,8 +231,7 @@ private slots:
     void failedExchangesLeaveNothingBehind()
     {
         AppModel* model = companion->model();
-        const std::array kinds{Fault::CloseWithoutAnswer, Fault::CloseMidReply, Fault::Garbage,
-                               Fault::NotAnObject, Fault::Nul};
+        const std::array kinds{Fault::CloseWithoutAnswer, Fault::CloseMidReply, Fault::Garbage};
         int sent = 0;
         GapMeter gaps;
         const auto failMany = [&](int count) {
