@@ -1,6 +1,7 @@
-// harklinectl run as a real process against the fake daemon: what each command prints and how it
-// exits when the daemon answers, refuses, hangs or is absent; the terminal QR code read back by
-// an independent decoder; a status-bar watch that prints only changes.
+// The command-line tools run as real processes. harklinectl against the fake daemon: what each
+// command prints and how it exits when the daemon answers, refuses, hangs or is absent; the
+// terminal QR code read back by an independent decoder; a status-bar watch that prints only
+// changes. The simulated daemon, a program people use to try the companion, run for real.
 
 #include "DaemonClient.h"
 #include "FakeDaemon.h"
@@ -12,6 +13,7 @@
 #include <QTest>
 
 #include <csignal>
+#include <map>
 #include <optional>
 
 using namespace harkline;
@@ -19,6 +21,15 @@ using namespace harkline::test;
 using namespace std::chrono;
 
 namespace {
+
+bool answers()
+{
+    return DaemonClient::ok(DaemonClient::status()).has_value();
+}
+std::vector<PairedDevice> devices()
+{
+    return DaemonClient::devicesFrom(DaemonClient::ok(DaemonClient::devices()));
+}
 
 struct Run
 {
@@ -93,7 +104,7 @@ QByteArray decodeTerminalQr(const QString& out)
 
 } // namespace
 
-class HarklinectlTest : public QObject
+class ToolsTest : public QObject
 {
     Q_OBJECT
 
@@ -102,63 +113,52 @@ class HarklinectlTest : public QObject
 
     Json status() const
     {
-        return {{"ok", true},   {"name", "desk"}, {"hosts", {"10.0.0.2", "desk.local"}},
-                {"port", 8443}, {"devices", 3},   {"connected", 1},
-                {"pending", 0}};
-    }
-    std::vector<std::pair<std::string, Json>> replies(bool actions) const
-    {
-        Json sessions = Json::parse(
-            "[{\"id\":\"s1\",\"project\":\"relay\",\"title\":\"Fix backoff\",\"state\":\"waiting\","
-            "\"listening\":true,\"queued\":2},{\"id\":\"s2\",\"project\":\"notes\",\"state\":"
-            "\"working\"}]");
-        sessions[0]["last_ts"] = msAgo(seconds(300));
-        sessions[1]["last_ts"] = msAgo(seconds(5400));
-        const Json devices = {{{"id", "p1"}, {"name", "Pixel"}},
-                              {{"id", "p2"}, {"name", "Work"}},
-                              {{"id", "p3"}, {"name", "Work"}}};
-        std::vector<std::pair<std::string, Json>> table{
-            {"status", status()},
-            {"sessions", {{"ok", true}, {"sessions", sessions}}},
-            {"devices", {{"ok", true}, {"devices", devices}}}};
-        if (actions) {
-            table.push_back({"emit", {{"ok", true}}});
-            table.push_back({"revoke", {{"ok", true}}});
-        }
-        return table;
+        return Json::parse(q("{'ok':true,'name':'desk','hosts':['10.0.0.2','desk.local'],"
+                             "'port':8443,'devices':3,'connected':1,'pending':0}")
+                               .toStdString());
     }
 
     // Runs harklinectl against a daemon that answers, refusesActions, refuses, is absent or
-    // sends garbage; compares the exit status and the exact output.
+    // sends garbage or hostile text; compares the exit status and the exact output.
     void expect(const QString& daemon, const QStringList& args, int code, const QString& out,
                 const QString& err)
     {
+        // Raw replies, ' for ": the hostile ones hold markup, C1 and bidi controls, a cut emoji
+        // and numbers beyond a double, which only the daemon's lenient reading takes.
+        std::map<std::string, QString> raw;
+        if (daemon == "answers" || daemon == "refusesActions") {
+            Json sessions = Json::parse(q("[{'id':'s1','project':'relay','title':'Fix backoff',"
+                                          "'state':'waiting','listening':true,'queued':2},"
+                                          "{'id':'s2','project':'notes','state':'working'}]")
+                                            .toStdString());
+            sessions[0]["last_ts"] = msAgo(seconds(300));
+            sessions[1]["last_ts"] = msAgo(seconds(5400));
+            raw = {{"status", QString::fromStdString(status().dump())},
+                   {"sessions",
+                    q("{'ok':true,'sessions':") + QString::fromStdString(sessions.dump()) + "}"},
+                   {"devices", q("{'ok':true,'devices':[{'id':'p1','name':'Pixel'},{'id':'p2',"
+                                 "'name':'Work'},{'id':'p3','name':'Work'}]}")}};
+            if (daemon == "answers")
+                raw["emit"] = raw["revoke"] = q("{'ok':true}");
+        } else if (daemon == "garbage") {
+            raw = {{"status", "{]"}};
+        } else if (daemon == "hostile") {
+            raw = {{"status", q("{'ok':true,'name':'<b>x</b> & \\u202e\\ud83d','hosts':["
+                                "'h\\u202e:1','a\\u009b2J\\nb'],'port':1e400,'devices':1,"
+                                "'connected':1,'pending':0}")},
+                   {"sessions", q("{'ok':true,'sessions':[{'id':'s1','title':'t\\u009c"
+                                  "\\u001b[31m','project':'\\u202ep','state':'wait\\u202eing',"
+                                  "'last_ts':-1e400}]}")},
+                   {"devices", q("{'ok':true,'devices':[{'id':'i\\u0085','name':'n\\u2066a'}]}")}};
+        }
         std::optional<FakeDaemon> fake;
         if (daemon != "absent")
             fake.emplace(socket.toStdString());
-        if (daemon == "answers" || daemon == "refusesActions")
-            fake->setReplies(replies(daemon == "answers"));
-        else if (daemon == "refuses")
-            fake->setReplies({});
-        else if (daemon == "garbage")
-            fake->setHandler([](const std::string&) { return FakeDaemon::Script::bytes("{]\n"); });
-        else if (daemon == "hostile") // markup, C1 and bidi controls, a cut emoji, 1e400
-            fake->setHandler([](const std::string& line) {
-                const std::string cmd = FakeDaemon::commandOf(line);
+        if (fake)
+            fake->setHandler([raw](const std::string& line) {
+                const auto found = raw.find(FakeDaemon::commandOf(line));
                 return FakeDaemon::Script::bytes(
-                    cmd == "status"
-                        ? q("{'ok':true,'name':'<b>x</b> & \\u202e\\ud83d','hosts':['h\\u202e:1',"
-                            "'a\\u009b2J\\nb'],'port':1e400,'devices':1,'connected':1,'pending':0}"
-                            "\n")
-                              .toStdString()
-                    : cmd == "sessions"
-                        ? q("{'ok':true,'sessions':[{'id':'s1','title':'t\\u009c\\u001b[31m',"
-                            "'project':'\\u202ep','state':'wait\\u202eing','last_ts':-1e400}]}"
-                            "\n")
-                              .toStdString()
-                        : q("{'ok':true,'devices':[{'id':'i\\u0085','name':'n\\u2066a'}]}"
-                            "\n")
-                              .toStdString());
+                    (found == raw.end() ? q("{'ok':false}") : found->second).toStdString() + "\n");
             });
         const Run run = ctl(args);
         const QString label = daemon + ": " + args.join(' ');
@@ -435,7 +435,63 @@ private slots:
         QVERIFY(lines[1].contains("\"class\":\"waiting\"") && lines[1].contains("\"text\":\"2\""));
         QVERIFY(lines[2].contains("\"class\":\"down\""));
     }
+
+    void servesWhatTheCompanionReadsAndPairs()
+    {
+        // A socket left by a daemon that died is taken over; a live daemon's is not.
+        QVERIFY(FakeDaemon::leaveStaleSocket(DaemonClient::socketPath()));
+        QProcess daemon;
+        daemon.start(DEMO_DAEMON, {"--pair-delay", "1"});
+        QVERIFY(QTest::qWaitFor(answers, 5000));
+        QProcess second;
+        second.start(DEMO_DAEMON);
+        QVERIFY(second.waitForFinished(5000) && second.exitCode() == 1);
+        QVERIFY(second.readAllStandardError().contains("a daemon already answers on"));
+        second.start(DEMO_DAEMON, {"--phones", "2x"});
+        QVERIFY(second.waitForFinished(5000) && second.exitCode() == 2);
+        QCOMPARE(second.readAllStandardError(),
+                 "harkline-demo-daemon: --phones needs a whole "
+                 "number from 0 to 10000, not \"2x\" (try --help)\n");
+
+        const DaemonStatus status(*DaemonClient::ok(DaemonClient::status()));
+        QVERIFY(!status.name.empty() && status.port > 0 && !status.hosts.empty());
+        const auto before = devices();
+        QCOMPARE(std::int64_t(before.size()), status.devices);
+        QVERIFY(DaemonClient::sessionsFrom(DaemonClient::ok(DaemonClient::sessions())).size() >= 3);
+        QVERIFY(DaemonClient::ok(DaemonClient::emitTest()));
+        QVERIFY(!DaemonClient::ok({{"cmd", "no-such-command"}}, 3));
+
+        // A pairing code brings a new phone a second later; it can be removed once.
+        QVERIFY(DaemonClient::offerFrom(DaemonClient::ok(DaemonClient::pair())));
+        QVERIFY(QTest::qWaitFor([&] { return devices().size() == before.size() + 1; }, 5000));
+        const std::string fresh = devices().back().id; // the daemon adds it at the end
+        QVERIFY(fresh != before.back().id);
+        QVERIFY(DaemonClient::ok(DaemonClient::revoke(fresh)));
+        QCOMPARE(devices(), before);
+        QVERIFY(!DaemonClient::ok(DaemonClient::revoke(fresh)));
+
+        daemon.terminate();
+        QVERIFY(daemon.waitForFinished(5000));
+        QCOMPARE(daemon.exitCode(), 0);
+        QVERIFY(!QFile::exists(QString::fromStdString(DaemonClient::socketPath())));
+    }
+
+    void faultModesLookLikeTheirNames()
+    {
+        for (const char* mode : {"--garbage", "--hang"}) {
+            QProcess daemon;
+            daemon.start(DEMO_DAEMON, {mode});
+            QVERIFY(QTest::qWaitFor(
+                [] { return QFile::exists(QString::fromStdString(DaemonClient::socketPath())); },
+                5000));
+            QTest::qWait(200);
+            QVERIFY_THROWS_EXCEPTION(DaemonClient::BadReply,
+                                     DaemonClient::request({{"cmd", "status"}}, 1));
+            daemon.terminate();
+            QVERIFY(daemon.waitForFinished(5000));
+        }
+    }
 };
 
-QTEST_GUILESS_MAIN(HarklinectlTest)
-#include "tst_harklinectl.moc"
+QTEST_GUILESS_MAIN(ToolsTest)
+#include "tst_tools.moc"
