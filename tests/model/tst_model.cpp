@@ -394,15 +394,13 @@ private slots:
             Json statusReply;
             const char* notice;
         };
-        const char* noPhone = "Sent, but no phone is connected right now.";
+        // One phone's sentence and every refusal of emit are harklinectl's cases; a status that
+        // says "ok": false counts no phone, whatever else it says.
         for (const Row& row : {Row{Json(), running, "The service is not running."},
-                               Row{{{"ok", false}}, running, "The service is not running."},
-                               Row{{{"ok", true}},
-                                   {{"ok", true}, {"connected", 1}},
-                                   "Test notification sent to 1 phone."},
                                Row{{{"ok", true}}, running, "Test notification sent to 2 phones."},
-                               Row{{{"ok", true}}, {{"ok", true}}, noPhone},
-                               Row{{{"ok", true}}, {{"ok", false}, {"connected", 3}}, noPhone}}) {
+                               Row{{{"ok", true}},
+                                   {{"ok", false}, {"connected", 3}},
+                                   "Sent, but no phone is connected right now."}}) {
             std::optional<FakeDaemon> daemon;
             if (!row.emitReply.is_null()) {
                 daemon.emplace(DaemonClient::socketPath());

@@ -121,7 +121,7 @@ class ToolsTest : public QObject
     // Runs harklinectl against a daemon that answers, refusesActions, refuses, is absent or
     // sends garbage or hostile text; compares the exit status and the exact output.
     void expect(const QString& daemon, const QStringList& args, int code, const QString& out,
-                const QString& err)
+                const QString& err = "")
     {
         // Raw replies, ' for ": the hostile ones hold markup, C1 and bidi controls, a cut emoji
         // and numbers beyond a double, which only the daemon's lenient reading takes.
@@ -192,44 +192,39 @@ private slots:
                    "\naddress:         " + iso("10.0.0.2") + ", " + iso("desk.local") +
                    "\nport:            8443\n"
                    "phones:          1 connected of 3 paired\n"
-                   "waiting prompts: 0\n",
-               "");
+                   "waiting prompts: 0\n");
         expect("answers", {"status", "--json"}, 0,
-               statusJson + "\"pending\":0,\"port\":8443,\"running\":true}\n", "");
+               statusJson + "\"pending\":0,\"port\":8443,\"running\":true}\n");
         // No prompt counted by the daemon, but a session waits: the companion's badge rule.
         expect("answers", {"status", "--waybar"}, 0,
                "{\"alt\":\"bell.badge\",\"class\":\"waiting\",\"text\":\"1\","
-               "\"tooltip\":\"\\u2068desk\\u2069\\n1 waiting · 1 of 3 phones connected\"}\n",
-               "");
+               "\"tooltip\":\"\\u2068desk\\u2069\\n1 waiting · 1 of 3 phones connected\"}\n");
         expect("answers", {"sessions"}, 0,
                iso("waiting") + "  " + iso("Fix backoff") + " · " + iso("relay") +
                    " · 5 min. ago · phone can reply · 2 queued\n" + iso("working") + "  " +
-                   iso("notes") + " · 1 hr. ago\n",
-               "");
+                   iso("notes") + " · 1 hr. ago\n");
         expect("answers", {"devices"}, 0,
                iso("Pixel") + " · paired at an unknown time · " + iso("p1") + "\n" + iso("Work") +
                    " · paired at an unknown time · " + iso("p2") + "\n" + iso("Work") +
-                   " · paired at an unknown time · " + iso("p3") + "\n",
-               "");
+                   " · paired at an unknown time · " + iso("p3") + "\n");
         expect("answers", {"devices", "--json"}, 0,
                "[{\"id\":\"p1\",\"name\":\"Pixel\",\"paired\":0.0},{\"id\":\"p2\",\"name\":"
-               "\"Work\",\"paired\":0.0},{\"id\":\"p3\",\"name\":\"Work\",\"paired\":0.0}]\n",
-               "");
-        expect("answers", {"test"}, 0, "Test notification sent to 1 phone.\n", "");
-        expect("answers", {"revoke", "Pixel"}, 0, "Removed " + iso("Pixel") + ".\n", "");
-        expect("answers", {"revoke", "p3"}, 0, "Removed " + iso("Work") + ".\n", "");
+               "\"Work\",\"paired\":0.0},{\"id\":\"p3\",\"name\":\"Work\",\"paired\":0.0}]\n");
+        expect("answers", {"test"}, 0, "Test notification sent to 1 phone.\n");
+        expect("answers", {"revoke", "Pixel"}, 0, "Removed " + iso("Pixel") + ".\n");
+        expect("answers", {"revoke", "p3"}, 0, "Removed " + iso("Work") + ".\n");
         expect("answers", {"revoke", "Work"}, 1, "",
                "2 paired phones are named \"Work\"; give the id of the one to remove (see "
                "harklinectl devices).\n");
         expect("answers", {"revoke", "Tablet"}, 1, "",
                "No paired phone has the id or name \"Tablet\".\n");
         expect("answers", {"raw", "{\"cmd\": \"status\"}"}, 0,
-               statusJson + "\"ok\":true,\"pending\":0,\"port\":8443}\n", "");
+               statusJson + "\"ok\":true,\"pending\":0,\"port\":8443}\n");
         expect("refusesActions", {"test"}, 3, "", notRunning);
         expect("refusesActions", {"revoke", "Pixel"}, 1, "",
                "Could not remove " + iso("Pixel") + ".\n");
         expect("refusesActions", {"pair"}, 1, "", noCode);
-        expect("refusesActions", {"raw", "{\"cmd\":\"emit\"}"}, 1, "{\"ok\":false}\n", "");
+        expect("refusesActions", {"raw", "{\"cmd\":\"emit\"}"}, 1, "{\"ok\":false}\n");
         // Daemon text reaches neither the terminal nor waybar's markup as anything but text:
         // inert and isolated in lines, escaped in JSON and markup; one odd value voids nothing.
         const QString bad(QChar(0xFFFD));
@@ -237,38 +232,29 @@ private slots:
                running + "name:            " + iso("<b>x</b> & " + bad) +
                    "\naddress:         " + iso("h:1") + ", " + iso("a" + bad + "2J b") +
                    "\nport:            0\nphones:          1 connected of 1 paired\n"
-                   "waiting prompts: 0\n",
-               "");
+                   "waiting prompts: 0\n");
         expect("hostile", {"status", "--json"}, 0,
                q("{'connected':1,'devices':1,'hosts':['h\\u202e:1','a\\u009b2J\\nb'],'name':"
-                 "'<b>x</b> & \\u202e�','pending':0,'port':0,'running':true}"
-                 "\n"),
-               "");
+                 "'<b>x</b> & \\u202e�','pending':0,'port':0,'running':true}\n"));
         expect("hostile", {"status", "--waybar"}, 0,
                q("{'alt':'bell','class':'quiet','text':'0','tooltip':'\\u2068&lt;b&gt;x&lt;/b&gt; "
-                 "&amp; �\\u2069\\n0 waiting · 1 of 1 phones connected'}"
-                 "\n"),
-               "");
+                 "&amp; �\\u2069\\n0 waiting · 1 of 1 phones connected'}\n"));
         expect("hostile", {"sessions"}, 0,
                iso("waiting") + "  " + iso("t" + bad + bad + "[31m") + " · " + iso("p") +
-                   " · unknown\n",
-               "");
-        expect("hostile", {"sessions", "--json"}, 0,
-               q("[{'id':'s1','last_active':0.0,'last_text':'','listening':false,'project':"
-                 "'\\u202ep','queued':0,'state':'wait\\u202eing','title':'t\\u009c\\u001b[31m'}]"
-                 "\n"),
-               "");
+                   " · unknown\n");
+        expect(
+            "hostile", {"sessions", "--json"}, 0,
+            q("[{'id':'s1','last_active':0.0,'last_text':'','listening':false,'project':"
+              "'\\u202ep','queued':0,'state':'wait\\u202eing','title':'t\\u009c\\u001b[31m'}]\n"));
         expect("hostile", {"devices"}, 0,
-               iso("na") + " · paired at an unknown time · " + iso("i ") + "\n", "");
+               iso("na") + " · paired at an unknown time · " + iso("i ") + "\n");
         expect("hostile", {"raw", q("{'cmd':'devices'}")}, 0,
-               q("{'devices':[{'id':'i\\u0085','name':'n\\u2066a'}],'ok':true}"
-                 "\n"),
-               "");
+               q("{'devices':[{'id':'i\\u0085','name':'n\\u2066a'}],'ok':true}\n"));
         // A refused status is a daemon that does not answer, as in the companion.
         expect("refuses", {"status"}, 3, "", down);
         expect("absent", {"status"}, 3, "", down);
-        expect("absent", {"status", "--json"}, 3, "{\"running\":false}\n", "");
-        expect("absent", {"status", "--waybar"}, 0, downBar, "");
+        expect("absent", {"status", "--json"}, 3, "{\"running\":false}\n");
+        expect("absent", {"status", "--waybar"}, 0, downBar);
         expect("absent", {"sessions"}, 3, "", down);
         expect("absent", {"revoke", "p1"}, 3, "", down);
         expect("absent", {"test"}, 3, "", notRunning);
