@@ -1,18 +1,16 @@
-// The daemon's side of things: reading replies (the JSON grammar with its two leniencies, and the
-// records built from it, which take each member only from its own type and never fail), and one
-// exchange: where the socket is, what goes out, and what comes back counting as an answer, a bad
-// reply or no daemon at all; bounded in size and time, leaking nothing.
+// The daemon's side of things: the JSON grammar of replies with its two leniencies (the records
+// built from them are driven through harklinectl and the model), and one exchange: where the socket
+// is, what goes out, and what comes back counting as an answer, a bad reply or no daemon at all;
+// bounded in size and time, leaking nothing.
 
 #include "DaemonClient.h"
 #include "FakeDaemon.h"
-#include "Records.h"
 #include "TestHome.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QTest>
 
-#include <algorithm>
 #include <csignal>
 #include <pwd.h>
 #include <sys/socket.h>
@@ -28,16 +26,6 @@ using Script = FakeDaemon::Script;
 Q_DECLARE_METATYPE(Script)
 
 namespace {
-// JSON written with ' for " to stay readable: parse("{'ok':true}").
-Json parse(std::string text)
-{
-    std::replace(text.begin(), text.end(), '\'', '"');
-    return Json::parse(text);
-}
-double seconds(DaemonTime t)
-{
-    return t.time_since_epoch().count();
-}
 QString readText(const QString& path)
 {
     QFile file(path);
@@ -343,7 +331,7 @@ private slots:
     void theGrammarIsStrictButForTwoLeniencies()
     {
         const QString fffd = QString(QChar(0xFFFD));
-        const Json lenient = parse(readText(DATA "/lenient-expected.json").toStdString());
+        const Json lenient = Json::parse(readText(DATA "/lenient-expected.json").toStdString());
         const QFileInfoList files =
             QDir(DATA "/jsontestsuite").entryInfoList({"*.json"}, QDir::Files);
         QCOMPARE(files.size(), 303);
@@ -380,106 +368,6 @@ private slots:
             QCOMPARE(parsed.is_discarded() ? "discarded" : QString::fromStdString(parsed.dump()),
                      expected);
         }
-    }
-
-    void statusTakesEachFieldOnlyFromItsOwnType()
-    {
-        DaemonStatus expected;
-        expected.name = "hark";
-        expected.port = 8080;
-        expected.hosts = {"10.0.0.2", "mac.local"};
-        expected.devices = 2;
-        expected.connected = 1;
-        expected.pending = 3;
-        QCOMPARE(DaemonStatus(parse("{'ok':true,'name':'hark','port':8080,'hosts':['10.0.0.2',"
-                                    "'mac.local'],'devices':2,'connected':1,'pending':3,'x':1}")),
-                 expected);
-        // Anything but a JSON string for text, or a non-array for a list, is the default; a list
-        // with one stranger is dropped whole.
-        for (const char* odd : {"{'name':5,'hosts':'a','port':null}", "{'hosts':['a',1]}", "[1,2]"})
-            QVERIFY2(DaemonStatus(parse(odd)) == DaemonStatus(), odd);
-        QVERIFY(DaemonStatus(parse("{'hosts':['a','b']}")) !=
-                DaemonStatus(parse("{'hosts':['b','a']}")));
-    }
-
-    void wholeNumbers()
-    {
-        const std::pair<const char*, std::int64_t> rows[] = {{"8080", 8080},
-                                                             {"8080.0", 8080},
-                                                             {"8.08e3", 8080},
-                                                             {"-3", -3},
-                                                             {"-3.5", 0},
-                                                             {"\"8080\"", 0},
-                                                             {"true", 0},
-                                                             {"9223372036854775807", INT64_MAX},
-                                                             {"-9223372036854775808", INT64_MIN},
-                                                             {"-9223372036854775808.0", INT64_MIN},
-                                                             {"-9.3e18", 0},
-                                                             {"9223372036854775808", 0},
-                                                             {"9.223372036854775808e18", 0},
-                                                             {"1e300", 0}};
-        for (const auto& [value, port] : rows)
-            QVERIFY2(DaemonStatus(parse("{'port':" + std::string(value) + "}")).port == port,
-                     value);
-    }
-
-    void sessionsAndPhones()
-    {
-        const ClaudeSession session(
-            parse("{'id':'s1','project':'harkline','title':'Fix tests','state':'waiting',"
-                  "'listening':true,'last_ts':1700000000000,'last_text':'Done?','queued':2}"));
-        ClaudeSession expected;
-        expected.id = "s1";
-        expected.project = "harkline";
-        expected.title = "Fix tests";
-        expected.state = "waiting";
-        expected.listening = true;
-        expected.lastActive = DaemonTime(std::chrono::seconds(1'700'000'000));
-        expected.lastText = "Done?";
-        expected.queued = 2;
-        QCOMPARE(session, expected);
-        // Flags are the literals only; times are milliseconds that keep their fraction.
-        for (const char* odd : {"{}", "{'listening':'true'}", "{'listening':1}", "{'last_ts':'1'}"})
-            QVERIFY2(ClaudeSession(parse(odd)) == ClaudeSession(), odd);
-        const PairedDevice half(parse("{'id':'p','name':'W','created':1700000000000.5}"));
-        QCOMPARE(seconds(half.paired), 1700000000.0005);
-        QVERIFY(half != PairedDevice(parse("{'id':'p','name':'W','created':1700000000000}")));
-        QCOMPARE(PairedDevice(parse("{'name':'W','id':'p','created':1.7e12}")),
-                 PairedDevice(parse("{'id':'p','name':'W','created':1700000000000}")));
-    }
-
-    void listReadersKeepOrderOrGiveNothing()
-    {
-        const auto devices =
-            DaemonClient::devicesFrom(parse("{'ok':true,'devices':[{'id':'b'},{'id':'a'},{}]}"));
-        QCOMPARE(devices.size(), std::size_t(3));
-        QCOMPARE(devices[0].id + devices[1].id, std::string("ba"));
-        for (const char* bad :
-             {"{'ok':true}", "{'devices':{}}", "{'devices':[{},1]}", "{'sessions':[{}]}"})
-            QVERIFY2(DaemonClient::devicesFrom(parse(bad)).empty(), bad);
-        QVERIFY(DaemonClient::devicesFrom(std::nullopt).empty());
-        QCOMPARE(DaemonClient::sessionsFrom(parse("{'sessions':[{'id':'x'},{'id':'x'}]}")).size(),
-                 std::size_t(2)); // duplicates are the lists' business
-        QVERIFY(DaemonClient::sessionsFrom(parse("{'sessions':[{},[]]}")).empty());
-    }
-
-    void pairingOfferAndConnectedCount()
-    {
-        const std::pair<const char*, std::int64_t> offered[] = {
-            {"120", 120}, {"60.0", 60}, {"0", 0}, {"\"120\"", 300}, {"null", 300}};
-        for (const auto& [lifetime, expiresIn] : offered) {
-            const auto offer = DaemonClient::offerFrom(
-                parse("{\"qr\":\"hk://p\",\"expires_in\":" + std::string(lifetime) + "}"));
-            QVERIFY2(offer && offer->payload == "hk://p" && offer->expiresIn == expiresIn,
-                     lifetime);
-        }
-        QCOMPARE(DaemonClient::offerFrom(parse("{'qr':'hk://p'}"))->expiresIn, 300);
-        for (const char* refused : {"{'qr':'','expires_in':120}", "{'qr':42}", "{}"})
-            QVERIFY2(!DaemonClient::offerFrom(parse(refused)), refused);
-        QVERIFY(!DaemonClient::offerFrom(std::nullopt));
-        QCOMPARE(DaemonClient::connectedFrom(parse("{'connected':2}")), std::int64_t(2));
-        QCOMPARE(DaemonClient::connectedFrom(parse("{'connected':'2'}")), std::int64_t(0));
-        QCOMPARE(DaemonClient::connectedFrom(std::nullopt), std::int64_t(0));
     }
 };
 
