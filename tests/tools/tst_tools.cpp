@@ -239,7 +239,6 @@ private slots:
         expect("absent", {"sessions"}, 3, "", down);
         expect("absent", {"revoke", "p1"}, 3, "", down);
         expect("absent", {"test"}, 3, "", notRunning);
-        expect("absent", {"pair"}, 1, "", noCode);
         expect("absent", {"raw", "{\"cmd\":\"status\"}"}, 3, "", down);
         QVERIFY(ctl({"help", "status"}).out.contains("\n\nWhether the daemon answers, "));
         expect("garbage", {"raw", "{\"cmd\":\"status\"}"}, 5, "",
@@ -441,21 +440,19 @@ private slots:
         QVERIFY(daemon.waitForFinished(5000));
         QCOMPARE(daemon.exitCode(), 0);
         QVERIFY(!QFile::exists(QString::fromStdString(DaemonClient::socketPath())));
-    }
 
-    void faultModesLookLikeTheirNames()
-    {
+        // Its fault modes look like their names.
         for (const char* mode : {"--garbage", "--hang"}) {
-            QProcess daemon;
-            daemon.start(DEMO_DAEMON, {mode});
+            QProcess faulty;
+            faulty.start(DEMO_DAEMON, {mode});
             QVERIFY(QTest::qWaitFor(
                 [] { return QFile::exists(QString::fromStdString(DaemonClient::socketPath())); },
                 5000));
             QTest::qWait(200);
             QVERIFY_THROWS_EXCEPTION(DaemonClient::BadReply,
                                      DaemonClient::request({{"cmd", "status"}}, 1));
-            daemon.terminate();
-            QVERIFY(daemon.waitForFinished(5000));
+            faulty.terminate();
+            QVERIFY(faulty.waitForFinished(5000));
         }
     }
 };
