@@ -1,0 +1,293 @@
+// The panel in fixed states, drawn offscreen and read as a screen reader reads it, compared with
+// the pictures and trees under golden/. HARKLINE_UPDATE_GOLDEN=1 writes them anew.
+
+#include "ActionsMenu.h"
+#include "HeaderView.h"
+#include "Looks.h"
+#include "MenuView.h"
+#include "ModelKit.h"
+#include "PairingView.h"
+#include "PanelWindow.h"
+#include "PhoneRow.h"
+#include "PhonesView.h"
+#include "SectionTitle.h"
+#include "SessionsView.h"
+
+#include <QAccessible>
+#include <QApplication>
+#include <QDir>
+#include <QMetaEnum>
+#include <QPainter>
+#include <QPushButton>
+#include <QStyle>
+#include <QStyleFactory>
+#include <QToolButton>
+
+#include <array>
+
+using namespace harkline;
+using namespace harkline::test;
+
+namespace {
+
+const bool kUpdate = qEnvironmentVariableIntValue("HARKLINE_UPDATE_GOLDEN") == 1;
+
+// Times far from a unit's boundary, so that the seconds a run takes never change a phrase.
+Json aged(Json s, double minutes)
+{
+    s["last_ts"] = nowMs() - minutes * 60e3;
+    return s;
+}
+
+void fillPanel(ScriptedDaemon& d)
+{
+    d.status.update({{"name", "desk"}, {"connected", 1}, {"devices", 2}, {"pending", 1}});
+    d.devices = Json::array({phone("p1", "<i>Pixel</i> 8"), phone("p2", "Léa’s iPhone")});
+    Json busy = aged(session("s1", "waiting", "Fix the flaky build", "harkline"), 150);
+    busy["listening"] = true;
+    busy["queued"] = 2;
+    busy["last_text"] = "Shall I run the whole suite again?\nIt writes "
+                        "build/tests/ui/golden/render-of-the-panel-with-everything-unfolded.png.";
+    d.sessions = Json::array({busy, aged(session("s2", "working", "", "notes"), 30),
+                              aged(session("s3", "ended", "Old chat", "web"), 3 * 1440)});
+}
+
+QPalette themed(QRgb window, QRgb button, QRgb highlight, QRgb text)
+{
+    QPalette p{QColor(button), QColor(window)};
+    p.setColor(QPalette::Highlight, QColor(highlight));
+    p.setColor(QPalette::WindowText, QColor(text));
+    p.setColor(QPalette::ButtonText, QColor(text));
+    return p;
+}
+
+QString line(QAccessibleInterface* node, int depth)
+{
+    const QAccessible::State s = node->state();
+    QStringList states;
+    for (const auto& [on, name] : {std::pair{s.focusable, "focusable"},
+                                   {s.focused, "focused"},
+                                   {s.expandable, "expandable"},
+                                   {s.expanded, "expanded"},
+                                   {s.checkable, "checkable"},
+                                   {s.checked, "checked"},
+                                   {s.invisible, "invisible"},
+                                   {s.disabled, "disabled"},
+                                   {s.selected, "selected"},
+                                   {s.defaultButton, "default"},
+                                   {s.hasPopup, "popup"},
+                                   {s.multiLine, "multiline"}})
+        if (on)
+            states << name;
+    const QStringList actions =
+        node->actionInterface() ? node->actionInterface()->actionNames() : QStringList();
+    QString out = QString(depth * 2, ' ') +
+                  QMetaEnum::fromType<QAccessible::Role>().valueToKey(node->role()) + " \"" +
+                  node->text(QAccessible::Name) + "\" \"" + node->text(QAccessible::Description) +
+                  "\" [" + states.join(' ') + "] {" + actions.join(' ') + "}\n";
+    for (int i = 0; i < node->childCount(); ++i)
+        out += line(node->child(i), depth + 1);
+    return out;
+}
+
+// The first difference of two texts, or nothing when they are equal.
+QString compareText(const QString& name, const QString& shown)
+{
+    const QString path = QStringLiteral(GOLDEN "/%1.txt").arg(name);
+    QFile file(path);
+    if (kUpdate && file.open(QIODevice::WriteOnly))
+        file.write(shown.toUtf8());
+    else if (file.open(QIODevice::ReadOnly) && QString::fromUtf8(file.readAll()) == shown)
+        return {};
+    const QString actual = QDir::current().filePath(name + ".actual.txt");
+    QFile out(actual);
+    if (!kUpdate && out.open(QIODevice::WriteOnly))
+        out.write(shown.toUtf8());
+    return kUpdate ? QString() : "tree differs from " + path + ", see " + actual;
+}
+
+QString compareImage(const QString& name, const QImage& shown)
+{
+    const QString path = QStringLiteral(GOLDEN "/%1.png").arg(name);
+    if (kUpdate)
+        return shown.save(path) ? QString() : "cannot write " + path;
+    const QImage want = QImage(path).convertToFormat(QImage::Format_ARGB32);
+    const QImage got = shown.convertToFormat(QImage::Format_ARGB32);
+    if (want == got)
+        return {};
+    // Changed pixels in red over a faded copy of the expected picture.
+    QImage diff(got.size().expandedTo(want.size()), QImage::Format_ARGB32);
+    diff.fill(Qt::white);
+    for (int y = 0; y < diff.height(); ++y)
+        for (int x = 0; x < diff.width(); ++x) {
+            const bool inBoth = want.rect().contains(x, y) && got.rect().contains(x, y);
+            if (!inBoth || want.pixel(x, y) != got.pixel(x, y))
+                diff.setPixel(x, y, qRgb(255, 0, 0));
+            else
+                diff.setPixel(x, y, qRgb(200 + qGray(want.pixel(x, y)) / 5, 200, 200));
+        }
+    const QString actual = QDir::current().filePath(name + ".actual.png");
+    const QString diffPath = QDir::current().filePath(name + ".diff.png");
+    got.save(actual);
+    diff.save(diffPath);
+    return QStringLiteral("%1 differs (%2x%3, expected %4x%5): see %6 and %7")
+        .arg(path)
+        .arg(got.width())
+        .arg(got.height())
+        .arg(want.width())
+        .arg(want.height())
+        .arg(actual, diffPath);
+}
+
+} // namespace
+
+class GoldenTest : public QObject
+{
+    Q_OBJECT
+
+    using Setup = std::function<void(UiFixture&, ui::MenuView&)>;
+
+    // The model's offer, at a fixed moment 100 s before it lapses.
+    static Setup offer(std::optional<std::string> pairedWith)
+    {
+        return [=](UiFixture& f, ui::MenuView& menu) {
+            f.model->startPairing();
+            QVERIFY(settle(*f.model) && menu.pairingView());
+            Pairing fixed = *f.model->pairing();
+            fixed.expires = DaemonTime(std::chrono::seconds(1'800'000'000));
+            fixed.image = fixed.image.copy(); // a new code to the view, which reads its expiry
+            menu.pairingView()->setClock([=] { return fixed.expires - std::chrono::seconds(100); });
+            menu.pairingView()->setPairing(fixed);
+            fixed.pairedWith = pairedWith;
+            menu.pairingView()->setPairing(fixed);
+        };
+    }
+
+private slots:
+    void panel_data()
+    {
+        QTest::addColumn<Setup>("setup");
+        QTest::addColumn<QPalette>("palette");
+        const QPalette fusion = QApplication::style()->standardPalette();
+        QTest::newRow("full") << Setup([](UiFixture&, ui::MenuView&) {}) << fusion;
+        // A dark theme, and a light one whose highlight alone is 2.3:1 on its window: the rings
+        // must still stand out.
+        const Setup ring = [](UiFixture&, ui::MenuView& menu) {
+            menu.phonesView()->row("p1")->trashButton()->setFocus(Qt::TabFocusReason);
+        };
+        QTest::newRow("dark") << ring << themed(0x353535, 0x353535, 0x2a82da, 0xffffff);
+        QTest::newRow("pale-highlight") << ring << themed(0xeff0f1, 0xfcfcfc, 0x3daee9, 0x000000);
+        QTest::newRow("unfolded-confirming") << Setup([](UiFixture&, ui::MenuView& menu) {
+            menu.sessionsView()->toggle("s1");
+            menu.phonesView()->row("p2")->trashButton()->click();
+        }) << fusion;
+        QTest::newRow("focus-ring") << Setup([](UiFixture&, ui::MenuView& menu) {
+            menu.phonesView()->pairButton()->setFocus(Qt::TabFocusReason);
+        }) << fusion;
+        QTest::newRow("list-focus") << Setup([](UiFixture&, ui::MenuView& menu) {
+            menu.sessionsView()->setFocus(Qt::TabFocusReason);
+            menu.sessionsView()->setCurrentRow(1);
+        }) << fusion;
+        QTest::newRow("not-running") << Setup([](UiFixture& f, ui::MenuView&) {
+            f.daemon.set([](ScriptedDaemon& d) { d.running = false; });
+            QVERIFY(f.refresh());
+            f.service->succeeds = false;
+            f.model->startService(false);
+            QVERIFY(QTest::qWaitFor([&] { return f.model->notice().has_value(); }, 8000));
+        }) << fusion;
+        QTest::newRow("pairing") << offer(std::nullopt) << fusion;
+        QTest::newRow("paired") << offer("Pixel 8") << fusion;
+    }
+
+    void panel()
+    {
+        QFETCH(Setup, setup);
+        QFETCH(QPalette, palette);
+        QApplication::setPalette(palette);
+        UiFixture f;
+        f.daemon.set(fillPanel);
+        auto* menu = new ui::MenuView(f.model.get());
+        app::PanelWindow panel(menu);
+        panel.openAt(QRect(100, 5, 22, 22));
+        QApplication::setActiveWindow(&panel);
+        QVERIFY(QTest::qWaitForWindowActive(&panel));
+        QVERIFY(f.refresh());
+        setup(f, *menu);
+        QVERIFY(settle(*f.model));
+        for (int i = 0; i < 10; ++i)
+            QCoreApplication::processEvents();
+
+        const QString name = QTest::currentDataTag();
+        const QString tree = line(QAccessible::queryAccessibleInterface(&panel), 0);
+        const QString treeDiff = compareText(name, tree);
+        QVERIFY2(treeDiff.isEmpty(), qPrintable(treeDiff));
+        const QString imageDiff = compareImage(name, panel.grab().toImage());
+        QVERIFY2(imageDiff.isEmpty(), qPrintable(imageDiff));
+    }
+
+    // Every symbol at two sizes (drawn again, not blown up), the tray's bells on light and dark
+    // panels, and a caption with a letter whose capital is two.
+    void symbols()
+    {
+        QImage sheet(12 * 44, 44 + 4 * 26 + 30, QImage::Format_ARGB32);
+        sheet.fill(Qt::white);
+        QPainter painter(&sheet);
+        int x = 0;
+        for (const char* name :
+             {"bell", "bell.badge", "bell.slash", "exclamationmark.bubble.fill", "ellipsis.circle",
+              "arrow.triangle.2.circlepath", "exclamationmark.circle.fill", "stop.circle",
+              "checkmark.circle.fill", "iphone", "trash", "qrcode"}) {
+            ui::looks::symbol(name, Qt::black).paint(&painter, x, 0, 16, 16);
+            ui::looks::symbol(name, Qt::black).paint(&painter, x, 18, 24, 24);
+            x += 44;
+        }
+        QVERIFY(ui::looks::symbol("no.such.symbol", Qt::black).isNull());
+        int y = 44;
+        for (QRgb panel : {0xffffffu, 0xfff0f0f0u, 0xff000000u, 0xff303030u}) {
+            painter.fillRect(0, y, sheet.width(), 26, QColor::fromRgb(panel));
+            for (int i = 0; i < 3; ++i)
+                ui::looks::traySymbol(std::array{"bell", "bell.badge", "bell.slash"}[i])
+                    .paint(&painter, 2 + i * 26, y + 2, 22, 22);
+            y += 26;
+        }
+        ui::SectionTitle caption("Straße");
+        caption.resize(caption.sizeHint());
+        caption.render(&painter, QPoint(0, y));
+        painter.end();
+        const QString imageDiff = compareImage("symbols", sheet);
+        QVERIFY2(imageDiff.isEmpty(), qPrintable(imageDiff));
+    }
+
+    void actionsMenu()
+    {
+        UiFixture f;
+        f.desktop.loginItem->on = true;
+        ui::ActionsMenu menu(f.model.get());
+        menu.reloadLoginItem();
+        menu.popup(QPoint(10, 10));
+        QVERIFY(QTest::qWaitForWindowExposed(&menu));
+        menu.setActiveAction(menu.openLogAction());
+        const QString treeDiff =
+            compareText("menu", line(QAccessible::queryAccessibleInterface(&menu), 0));
+        QVERIFY2(treeDiff.isEmpty(), qPrintable(treeDiff));
+        const QString imageDiff = compareImage("menu", menu.grab().toImage());
+        QVERIFY2(imageDiff.isEmpty(), qPrintable(imageDiff));
+    }
+};
+
+int main(int argc, char** argv)
+{
+    // One font, one scale and the program's own style, whatever the machine's settings.
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("TZ", "UTC");
+    qputenv("QT_FONT_DPI", "96");
+    qputenv("QT_SCALE_FACTOR", "1");
+    QApplication app(argc, argv);
+    QApplication::setFont(QFont("DejaVu Sans", 10));
+    QApplication::setStyle(ui::looks::focusStyle(QStyleFactory::create("Fusion")));
+    QApplication::setPalette(QApplication::style()->standardPalette());
+    GoldenTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_ui_golden.moc"
