@@ -124,8 +124,8 @@ class GoldenTest : public QObject
 
     using Setup = std::function<void(UiFixture&, ui::MenuView&)>;
 
-    // The model's offer, at a fixed moment 100 s before it lapses.
-    static Setup offer(std::optional<std::string> pairedWith)
+    // The model's offer, at a fixed moment `left` seconds before it lapses.
+    static Setup offer(std::optional<std::string> pairedWith, int left = 100)
     {
         return [=](UiFixture& f, ui::MenuView& menu) {
             f.model->startPairing();
@@ -133,7 +133,8 @@ class GoldenTest : public QObject
             Pairing fixed = *f.model->pairing();
             fixed.expires = DaemonTime(std::chrono::seconds(1'800'000'000));
             fixed.image = fixed.image.copy(); // a new code to the view, which reads its expiry
-            menu.pairingView()->setClock([=] { return fixed.expires - std::chrono::seconds(100); });
+            menu.pairingView()->setClock(
+                [=] { return fixed.expires - std::chrono::seconds(left); });
             menu.pairingView()->setPairing(fixed);
             fixed.pairedWith = pairedWith;
             menu.pairingView()->setPairing(fixed);
@@ -154,9 +155,25 @@ private slots:
         };
         QTest::newRow("dark") << ring << themed(0x353535, 0x353535, 0x2a82da, 0xffffff);
         QTest::newRow("pale-highlight") << ring << themed(0xeff0f1, 0xfcfcfc, 0x3daee9, 0x000000);
-        QTest::newRow("unfolded-confirming") << Setup([](UiFixture&, ui::MenuView& menu) {
+        QTest::newRow("unfolded-confirming") << Setup([](UiFixture& f, ui::MenuView& menu) {
             menu.sessionsView()->toggle("s1");
             menu.phonesView()->row("p2")->trashButton()->click();
+            QVERIFY(f.refresh()); // the same views keep their state across a reload
+        }) << fusion;
+        // Views that leave and come back start afresh.
+        QTest::newRow("views-return") << Setup([](UiFixture& f, ui::MenuView& menu) {
+            menu.sessionsView()->toggle("s1");
+            menu.phonesView()->row("p2")->trashButton()->click();
+            f.model->startPairing();
+            QVERIFY(settle(*f.model) && menu.pairingView());
+            f.model->stopPairing();
+        }) << fusion;
+        // An offer is not shown without a status.
+        QTest::newRow("offer-without-status") << Setup([](UiFixture& f, ui::MenuView&) {
+            f.model->startPairing();
+            QVERIFY(settle(*f.model));
+            f.daemon.set([](ScriptedDaemon& d) { d.running = false; });
+            QVERIFY(f.refresh() && f.model->pairing());
         }) << fusion;
         QTest::newRow("focus-ring") << Setup([](UiFixture&, ui::MenuView& menu) {
             menu.phonesView()->pairButton()->setFocus(Qt::TabFocusReason);
@@ -174,6 +191,7 @@ private slots:
         }) << fusion;
         QTest::newRow("pairing") << offer(std::nullopt) << fusion;
         QTest::newRow("paired") << offer("Pixel 8") << fusion;
+        QTest::newRow("expired") << offer(std::nullopt, -1) << fusion;
     }
 
     void panel()
@@ -233,17 +251,28 @@ private slots:
         QVERIFY2(diff.isEmpty(), qPrintable(diff));
     }
 
+    void actionsMenu_data()
+    {
+        QTest::addColumn<bool>("running");
+        QTest::newRow("menu") << true;
+        QTest::newRow("menu-down") << false; // only the test notification out of reach
+    }
+
     void actionsMenu()
     {
+        QFETCH(bool, running);
         UiFixture f;
-        f.desktop.loginItem->on = true;
+        f.daemon.set([&](ScriptedDaemon& d) { d.running = running; });
+        QVERIFY(f.refresh());
+        f.desktop.loginItem->on = running;
         ui::ActionsMenu menu(f.model.get());
         menu.reloadLoginItem();
         menu.popup(QPoint(10, 10));
         QVERIFY(QTest::qWaitForWindowExposed(&menu));
         menu.setActiveAction(menu.openLogAction());
-        const QString diff = compare("menu", line(QAccessible::queryAccessibleInterface(&menu), 0),
-                                     menu.grab().toImage());
+        const QString diff =
+            compare(QTest::currentDataTag(), line(QAccessible::queryAccessibleInterface(&menu), 0),
+                    menu.grab().toImage());
         QVERIFY2(diff.isEmpty(), qPrintable(diff));
     }
 };

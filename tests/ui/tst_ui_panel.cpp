@@ -1,6 +1,6 @@
-// The panel's placement and opening and closing rules, its height after each change of its
-// content, the parts of it a picture cannot show (scrolling, keys, what each action does, state
-// kept and dropped, daemon text that tries to rewrite it), and the single-instance hand-over.
+// What pictures of the panel cannot show: where it opens and when it closes, a long content
+// within the screen and scrolled by wheel and keys, what the keys and actions do, and the
+// single-instance hand-over.
 
 #include "ActionsMenu.h"
 #include "Companion.h"
@@ -81,7 +81,6 @@ struct Panel
         view.resize(MenuView::kWidth, view.heightForWidth(MenuView::kWidth));
         QCoreApplication::processEvents();
     }
-    QStringList parts() const { return view.shownParts(); }
 };
 
 const auto down = [](ScriptedDaemon& d) { d.running = false; };
@@ -189,52 +188,6 @@ private slots:
         QVERIFY(settle(*f.model));
     }
 
-    void heightFollowsTheContent()
-    {
-        // Opening prints nothing (the offscreen platform's own limits aside).
-        QTest::failOnWarning(QRegularExpression("^(?!This plugin does not support).*"));
-        UiFixture f;
-        f.daemon.set([](ScriptedDaemon& d) {
-            d.devices =
-                Json::array({phone("p1", "Pixel"), phone("p2", "iPhone"), phone("p3", "Tab")});
-            Json unfolding = session("s", "working");
-            unfolding["last_text"] = std::string(1500, 'w').replace(40, 1, " ");
-            d.sessions = Json::array({unfolding, session("t", "ended")});
-            d.pair["expires_in"] = 2;
-        });
-        auto* menu = new ui::MenuView(f.model.get());
-        PanelWindow panel(menu);
-        panel.openAt(QRect(100, 5, 22, 22));
-        QVERIFY(settle(*f.model));
-        const auto fits = [&] { return settled() && fitsContent(panel, *menu); };
-        QVERIFY(fits());
-        const int folded = panel.height();
-
-        ui::SessionsView* list = menu->sessionsView();
-        QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
-                          list->rowRect(0).topLeft() + QPoint(30, 5));
-        QVERIFY(fits() && panel.height() > folded + 40);
-        QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
-                          list->rowRect(0).topLeft() + QPoint(30, 5));
-        QVERIFY(fits() && panel.height() == folded);
-
-        f.daemon.set([](ScriptedDaemon& d) { d.devices = Json::array({phone("p1", "Pixel")}); });
-        QVERIFY(f.refresh() && fits() && panel.height() < folded);
-
-        const int quiet = panel.height();
-        f.desktop.loginItem->failure = QString("the folder is read-only");
-        menu->header()->actionsMenu()->openAtLoginAction()->trigger();
-        QVERIFY(fits() && panel.height() > quiet);
-
-        // A pairing code, then its expiry: the code's height goes with it.
-        f.model->startPairing();
-        QVERIFY(settle(*f.model) && menu->pairingView());
-        QVERIFY(fits());
-        const int withCode = panel.height();
-        QVERIFY(QTest::qWaitFor([&] { return menu->pairingView()->showsExpired(); }, 5000));
-        QVERIFY(fits() && panel.height() < withCode - 200);
-    }
-
     void thousandPhonesStayWithinTheScreen()
     {
         UiFixture f;
@@ -289,15 +242,6 @@ private slots:
         lock.write("999999\nharkline-menubar\n" + QSysInfo::machineHostName().toUtf8() + "\n");
         lock.close();
         QCOMPARE(SingleInstance(other.path()).claim(), SingleInstance::Role::Primary);
-    }
-    void offerNeedsAStatus()
-    {
-        Panel p;
-        p.f.model->startPairing();
-        QVERIFY(settle(*p.f.model) && p.view.pairingView());
-        p.reload(down);
-        QVERIFY(p.f.model->pairing().has_value());
-        QCOMPARE(p.parts(), QStringList({"header", "divider", "notRunning"}));
     }
 
     void longListScrollsAndItsLastRowIsReachable()
@@ -361,41 +305,11 @@ private slots:
         QCOMPARE(f.daemon.count("sessions"), 2);
     }
 
-    void localStateIsDroppedWhenViewsLeave()
-    {
-        Panel p;
-        p.reload([](ScriptedDaemon& d) {
-            d.sessions = Json::array({session("s1", "working"), session("s2", "ended")});
-            d.devices = Json::array({phone("p1", "Pixel"), phone("p2", "iPhone")});
-        });
-        p.view.sessionsView()->toggle("s1");
-        p.view.phonesView()->row("p2")->trashButton()->click();
-
-        // The same views across a reload keep their state.
-        p.reload([](ScriptedDaemon&) {});
-        QCOMPARE(p.view.sessionsView()->expanded(), std::optional<std::string>("s1"));
-        QVERIFY(p.view.phonesView()->row("p2")->confirming());
-
-        p.f.model->startPairing();
-        QVERIFY(settle(*p.f.model) && p.view.pairingView());
-        p.f.model->stopPairing();
-        QVERIFY(settle(*p.f.model));
-        QCOMPARE(p.view.sessionsView()->expanded(), std::nullopt);
-        QCOMPARE(p.view.phonesView()->removing(), std::nullopt);
-        QVERIFY(!p.view.phonesView()->row("p2")->confirming());
-    }
-
     void headerActions()
     {
         Panel p;
         ActionsMenu* menu = p.view.header()->actionsMenu();
-        // Withdrawn status: only the test notification is out of reach.
         p.reload(down);
-        QVERIFY(!menu->sendTestAction()->isEnabled());
-        for (QAction* a : {menu->restartAction(), menu->openLogAction(), menu->openAtLoginAction(),
-                           menu->quitAction()})
-            QVERIFY(a->isEnabled());
-
         // The switch starts from the login item each time the panel opens, and then follows only
         // the user, also when the change fails.
         p.f.desktop.loginItem->on = true;
