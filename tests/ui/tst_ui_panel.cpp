@@ -8,17 +8,14 @@
 #include "MenuView.h"
 #include "ModelKit.h"
 #include "NotRunningView.h"
-#include "PairingView.h"
 #include "PanelWindow.h"
 #include "PhoneRow.h"
 #include "PhonesView.h"
 #include "SessionsView.h"
 #include "SingleInstance.h"
 
-#include <QAccessible>
 #include <QLabel>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QScreen>
 #include <QScrollArea>
 #include <QSysInfo>
