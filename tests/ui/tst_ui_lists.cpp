@@ -56,6 +56,9 @@ private slots:
         QCOMPARE(confirming(), QStringList{"p2"});
         view.row("p2")->cancelButton()->click();
         QCOMPARE(confirming(), QStringList());
+        view.row("p2")->trashButton()->click(); // Escape takes the question back
+        QTest::keyClick(view.row("p2")->cancelButton(), Qt::Key_Escape);
+        QCOMPARE(confirming(), QStringList());
         QCOMPARE(f.daemon.count("revoke"), 0);
 
         // "Remove" closes the confirmation before the daemon answers; the row stays until the

@@ -209,7 +209,8 @@ private slots:
         QCOMPARE(companion.process.state(), QProcess::Running);
 
         // While the panel is open the icon follows the daemon within a refresh or two; waiting
-        // prompts ask for attention, and the tooltip says so in text that cannot be markup.
+        // sessions and prompts ask for attention, and the tooltip says so in text that cannot
+        // be markup.
         daemon.set([](ScriptedDaemon& d) {
             d.status["pending"] = 2;
             d.status["name"] = "<b>lab</b>";
@@ -219,6 +220,13 @@ private slots:
         const QString tip = property(item, "ToolTip")[3].toString();
         QVERIFY2(tip.contains("&lt;b&gt;lab&lt;/b&gt;") && tip.contains("2 prompts"),
                  qPrintable(tip));
+        daemon.set([](ScriptedDaemon& d) {
+            d.status["pending"] = 0;
+            d.sessions = Json::array({session("s", "waiting")});
+        });
+        QVERIFY(QTest::qWaitFor(
+            [&] { return property(item, "ToolTip")[3].toString().contains("A session needs you"); },
+            10000));
         daemon.set([](ScriptedDaemon& d) { d.running = false; });
         QVERIFY(QTest::qWaitFor([&] { return shownBell(item) == "bell.slash"; }, 10000));
 
