@@ -189,6 +189,30 @@ private slots:
             f.model->startService(false);
             QVERIFY(QTest::qWaitFor([&] { return f.model->notice().has_value(); }, 8000));
         }) << fusion;
+        // Daemon text that tries to rewrite the panel: controls, direction overrides, markup.
+        QTest::newRow("hostile") << Setup([](UiFixture& f, ui::MenuView& menu) {
+            f.daemon.set([](ScriptedDaemon& d) {
+                d.status.update({{"name", "<b>desk</b>\u009cHijacked %2"},
+                                 {"hosts", {"\u202eevil.local", "b.local"}},
+                                 {"pending", 2}});
+                d.devices = Json::array({phone("p1", "Pixel\u009cX\u202e")});
+                Json s = session("s", "working", "x\u009cApproved: deploy to prod", "\u202eproj");
+                s["last_text"] = "bell\u0007\nnext";
+                d.sessions = Json::array({aged(s, 10)});
+            });
+            QVERIFY(f.refresh());
+            menu.sessionsView()->toggle("s");
+        }) << fusion;
+        // Nothing to show (no hosts, phones, sessions or prompts) but a notice long enough to wrap.
+        QTest::newRow("quiet") << Setup([](UiFixture& f, ui::MenuView& menu) {
+            f.daemon.set([](ScriptedDaemon& d) {
+                d.status.update({{"hosts", Json::array()}, {"pending", 0}});
+                d.devices = d.sessions = Json::array();
+            });
+            QVERIFY(f.refresh());
+            f.desktop.loginItem->failure = QString(120, QChar('x')).replace(50, 1, " ");
+            menu.header()->actionsMenu()->openAtLoginAction()->trigger();
+        }) << fusion;
         QTest::newRow("pairing") << offer(std::nullopt) << fusion;
         QTest::newRow("paired") << offer("Pixel 8") << fusion;
         QTest::newRow("expired") << offer(std::nullopt, -1) << fusion;
