@@ -307,6 +307,11 @@ private slots:
         Panel p;
         ActionsMenu* menu = p.view.header()->actionsMenu();
         p.reload(down);
+        // Return on the focused ellipsis opens the menu (which runs until closed).
+        bool shown = false;
+        QTimer::singleShot(100, menu, [&] { shown = menu->isVisible(), menu->close(); });
+        QTest::keyClick(p.view.header()->actionsButton(), Qt::Key_Return);
+        QVERIFY(shown);
         // The switch starts from the login item each time the panel opens, and then follows only
         // the user, also when the change fails.
         p.f.desktop.loginItem->on = true;
