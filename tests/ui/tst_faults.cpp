@@ -218,14 +218,10 @@ private slots:
         ::unlink(path.c_str());
         startDaemon();
         GapMeter after;
-        QElapsedTimer recovery;
-        recovery.start();
         QVERIFY2(after.waitFor([this] { return showsRunning(); }, kRefreshPeriodMs + 1000),
                  "the panel did not recover within one refresh period");
-        qInfo("%s: max main-thread gap %lld ms during, %lld ms after; recovered in %lld ms",
-              QTest::currentDataTag(), duringFault, after.worst, recovery.elapsed());
-        QVERIFY(duringFault < kMaxGapMs);
-        QVERIFY(after.worst < kMaxGapMs);
+        const qint64 worst = std::max(duringFault, after.worst);
+        QVERIFY2(worst < kMaxGapMs, qPrintable(QString("main thread held %1 ms").arg(worst)));
     }
 
     void failedExchangesLeaveNothingBehind()
@@ -259,8 +255,6 @@ private slots:
                        entries("/proc/self/task") <= threads + 32;
             },
             5000);
-        qInfo("2,000 failed exchanges: fds %d -> %d, threads %d -> %d, max gap %lld ms", fds,
-              entries("/proc/self/fd"), threads, entries("/proc/self/task"), gaps.worst);
         QVERIFY(clean);
         QVERIFY(gaps.worst < kMaxGapMs);
         fault = Fault::None;

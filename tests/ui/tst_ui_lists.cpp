@@ -1,16 +1,13 @@
-// The phones section (confirmation in place, pairing button) and the sessions list (rows, their
-// detail line and badge, unfolding by id with the mouse and the keys, rows for screen readers).
+// The phones section (confirmation in place, pairing button) and the sessions list (unfolding by
+// id with the mouse, the keys and a screen reader's action).
 
-#include "DisplayText.h"
 #include "ModelKit.h"
 #include "PhoneRow.h"
 #include "PhonesView.h"
-#include "RelativeTime.h"
 #include "SessionsView.h"
 
 #include <QAccessible>
 #include <QApplication>
-#include <QLabel>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QScrollArea>
@@ -35,28 +32,6 @@ class ListsTest : public QObject
     Q_OBJECT
 
 private slots:
-    void phonesEmptyAndFilled()
-    {
-        UiFixture f;
-        PhonesView view(f.model.get());
-        QVERIFY(view.emptyText()->isVisibleTo(&view));
-        QCOMPARE(view.rowCount(), 0);
-
-        f.daemon.set([](ScriptedDaemon& d) {
-            d.devices = Json::array({phone("p1", "<i>Pixel</i>"), phone("p2", "Léa’s iPhone")});
-        });
-        QVERIFY(f.refresh());
-        QVERIFY(!view.emptyText()->isVisibleTo(&view));
-        QCOMPARE(view.rowCount(), 2);
-        QCOMPARE(view.rowAt(0)->nameText(), QString("<i>Pixel</i>"));
-        QCOMPARE(view.rowAt(1)->nameText(), QString("Léa’s iPhone"));
-        QCOMPARE(view.rowAt(0)->pairedText(),
-                 "Paired " + relativeTimePhrase(f.model->devices().at(0).paired));
-        view.pairButton()->click();
-        QVERIFY(settle(*f.model));
-        QCOMPARE(f.daemon.count("pair"), 1);
-    }
-
     void unpairingIsConfirmedInPlace()
     {
         UiFixture f;
@@ -74,13 +49,15 @@ private slots:
             return ids;
         };
 
+        view.pairButton()->click();
         view.row("p1")->trashButton()->click();
         QCOMPARE(confirming(), QStringList{"p1"});
-        QVERIFY(view.row("p1")->removeButton()->isVisible() &&
-                !view.row("p1")->trashButton()->isVisible());
         view.row("p2")->trashButton()->click(); // the confirmation moves
         QCOMPARE(confirming(), QStringList{"p2"});
         view.row("p2")->cancelButton()->click();
+        QCOMPARE(confirming(), QStringList());
+        view.row("p2")->trashButton()->click(); // Escape takes the question back
+        QTest::keyClick(view.row("p2")->cancelButton(), Qt::Key_Escape);
         QCOMPARE(confirming(), QStringList());
         QCOMPARE(f.daemon.count("revoke"), 0);
 
@@ -93,6 +70,7 @@ private slots:
         QVERIFY(settle(*f.model));
         const auto sent = f.daemon.daemon.requests();
         QCOMPARE(std::count(sent.begin(), sent.end(), "{\"cmd\":\"revoke\",\"id\":\"p1\"}\n"), 1);
+        QCOMPARE(f.daemon.count("pair"), 1);
 
         // A confirmation follows the phone's id through a reload that reorders the list; screen
         // readers meet the rows in the new order.
@@ -109,84 +87,6 @@ private slots:
         f.daemon.set([](ScriptedDaemon& d) { d.devices = Json::array({phone("p3", "Tablet")}); });
         QVERIFY(f.refresh());
         QVERIFY(view.rowCount() == 1 && !view.row("p1") && !view.row("p2"));
-    }
-
-    void sessionRowsBadgeAndDetail()
-    {
-        SessionsView view;
-        for (const auto& [state, badge] :
-             {std::pair{"working", "Working"}, std::pair{"waiting", "Needs you"},
-              std::pair{"ended", "Closed"}, std::pair{"Waiting", "Finished"},
-              std::pair{"", "Finished"}}) {
-            view.setSessions({record("a", state)});
-            QCOMPARE(view.row(0).badgeText(), QString(badge));
-        }
-
-        ClaudeSession plain = record("a", "working", "", "harkline");
-        ClaudeSession busy = record("b", "waiting", "<b>Fix</b> it", "");
-        busy.listening = true;
-        busy.queued = 3;
-        ClaudeSession one = record("c", "ended", "T", "p");
-        one.queued = 1;
-        // Records are stamped as they are made: one instant for all, or a minute can tick over.
-        busy.lastActive = one.lastActive = plain.lastActive;
-        view.setSessions({plain, busy, one});
-        const DaemonTime now = plain.lastActive + std::chrono::minutes(5);
-        const QString ago = relativeTimePhrase(plain.lastActive, now);
-        // Title falls back to the project, which also leads the detail (isolated from the time).
-        QCOMPARE(view.row(0).titleText(), QString("harkline"));
-        QCOMPARE(view.row(0).detailText(now), isolated("harkline") + " · " + ago);
-        // Markup is text; an empty project still leads, so the line opens with the separator.
-        QCOMPARE(view.row(1).titleText(), QString("<b>Fix</b> it"));
-        QCOMPARE(view.row(1).detailText(now), " · " + ago + " · phone can reply · 3 queued");
-        QCOMPARE(view.row(2).detailText(now), isolated("p") + " · " + ago + " · 1 queued");
-        // A huge title is cut to what a line can show, at a character boundary.
-        std::string huge = "a";
-        for (int i = 0; i < 60000; ++i)
-            huge += "é";
-        view.setSessions({record("h", "working", huge.c_str())});
-        const QString title = view.row(0).titleText();
-        QVERIFY(title.startsWith("aéé") && title.size() < 2048 && !title.contains(QChar(0xFFFD)));
-        view.setSessions({});
-        QVERIFY(view.shownEmptyText().startsWith("No Claude Code sessions yet."));
-    }
-
-    void rowsAreDrawn()
-    {
-        // The badge's label in its colour, the unfolded text, the focus ring on the current row.
-        ClaudeSession a = record("a", "waiting");
-        a.lastText = "A last text long enough to leave ink across the line";
-        SessionsView view;
-        view.resize(312, 300);
-        view.setSessions({a, record("b", "ended")});
-        view.show();
-        QApplication::setActiveWindow(&view);
-        QVERIFY(QTest::qWaitForWindowActive(&view));
-        const auto pixels = [&](const QRect& area, auto match) {
-            const QImage shown = view.viewport()->grab().toImage();
-            int n = 0;
-            for (int y = area.top(); y <= area.bottom(); ++y)
-                for (int x = area.left(); x <= area.right(); ++x)
-                    n += match(QColor(shown.pixel(x, y)));
-            return n;
-        };
-        const QRect row = view.rowRect(0);
-        const QRect badge(row.right() - 70, row.top(), 70, 16);
-        QVERIFY(pixels(badge, [](QColor c) { return c.red() > 200 && c.blue() < 90; }) > 10);
-
-        view.toggle("a");
-        const QRect text(24, row.bottom() + 4, 200, view.rowRect(0).bottom() - row.bottom() - 4);
-        QVERIFY(pixels(text, [](QColor c) { return c.lightness() < 100; }) > 20);
-
-        const QColor ring = view.palette().color(QPalette::Highlight);
-        const auto ringPixels = [&] {
-            return pixels(view.viewport()->rect(), [&](QColor c) { return c == ring; });
-        };
-        view.setFocus();
-        view.setCurrentRow(1);
-        QVERIFY(ringPixels() > 50);
-        view.clearFocus();
-        QCOMPARE(ringPixels(), 0);
     }
 
     void unfoldingByClickAndKeysFollowsTheId()
@@ -206,9 +106,7 @@ private slots:
         QTest::mouseClick(view.viewport(), Qt::LeftButton, {},
                           view.rowRect(0).topRight() + QPoint(-70, 3));
         QCOMPARE(view.expanded(), std::optional<std::string>("a"));
-        QCOMPARE(view.shownLastText(0), "first line\nsecond " + QString(600, 'w'));
-        QVERIFY(view.rowRect(0).height() > folded + 3 * view.fontMetrics().height());
-        QCOMPARE(view.rowRect(1).top(), view.rowRect(0).bottom() + 1 + 8);
+        QVERIFY(view.showsLastText(0));
 
         // The keys act on the current row: Down moves; Return, Enter and Space fold and unfold,
         // and another row unfolding folds the first.
@@ -244,7 +142,7 @@ private slots:
         QVERIFY(view.showsLastText(0) && !view.showsLastText(1));
     }
 
-    void rowsAreListItemsForScreenReaders()
+    void rowsUnfoldForScreenReaders()
     {
         ClaudeSession a = record("a", "working", "Fix the build");
         a.lastText = "Done.";
@@ -253,21 +151,11 @@ private slots:
         view.setSessions({a, record("b", "ended")});
         view.show();
         QAccessibleInterface* list = QAccessible::queryAccessibleInterface(&view);
-        QCOMPARE(list->role(), QAccessible::List);
-        QCOMPARE(list->childCount(), 2);
         QAccessibleInterface* row = list->child(0);
-        QCOMPARE(row->role(), QAccessible::ListItem);
-        QCOMPARE(row->text(QAccessible::Name), QString("Fix the build"));
-        QVERIFY(row->text(QAccessible::Description).startsWith("Working, "));
-        QVERIFY(row->state().expandable && !row->state().expanded);
         QCOMPARE(list->indexOfChild(row), 0);
         QCOMPARE(list->childAt(row->rect().center().x(), row->rect().center().y()), row);
-
-        QAccessibleActionInterface* action = row->actionInterface();
-        QVERIFY(action &&
-                action->actionNames().contains(QAccessibleActionInterface::toggleAction()));
-        action->doAction(QAccessibleActionInterface::toggleAction());
-        QVERIFY(row->state().expanded);
+        row->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+        QVERIFY(row->state().expanded && view.expanded() == std::optional<std::string>("a"));
         QVERIFY(row->text(QAccessible::Description).endsWith(". Done."));
         // A row with nothing to unfold never says it is unfolded.
         list->child(1)->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());

@@ -31,10 +31,8 @@ struct Shown
     {
         Pairing p;
         p.payload = "hk1:payload";
-        p.image = QImage(29, 29, QImage::Format_Grayscale8);
+        p.image = image ? QImage(29, 29, QImage::Format_Grayscale8) : QImage();
         p.image.fill(0);
-        if (!image)
-            p.image = QImage();
         p.expires = now + left;
         return p;
     }
@@ -55,8 +53,6 @@ private slots:
             QVERIFY(s.view.showsCode() && !s.view.showsExpired());
             QCOMPARE(s.view.countdownLine(),
                      QStringLiteral("Pair PC → scan. Expires in %1.").arg(line));
-            QVERIFY(s.view.copyButton()->isVisibleTo(&s.view));
-            QVERIFY(!s.view.newCodeButton()->isVisibleTo(&s.view));
         }
     }
 

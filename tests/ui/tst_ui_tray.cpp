@@ -1,17 +1,17 @@
 // The companion as a program on a real X server (Xvfb) with a private session bus and a tray
 // host of our own: it registers its item also when the host comes late, its icon follows the
-// daemon, and activating the item opens the panel, which asks for a detailed refresh.
+// daemon, and activating the item (or starting the program again) opens the panel, which asks
+// for a detailed refresh.
 
 #include "Looks.h"
 #include "ModelKit.h"
 #include "SniWatcher.h"
 
-#include <QDBusArgument>
 #include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusVariant>
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -21,25 +21,16 @@ using namespace harkline::test;
 
 namespace {
 
-// The first image of an IconPixmap property: (width, height, ARGB bytes in network order).
-QImage firstPixmap(const QDBusArgument& arg)
+// The first image of an IconPixmap property as busctl prints it: [[width, height, [ARGB bytes
+// in network order]], ...].
+QImage firstPixmap(const QJsonArray& pixmaps)
 {
-    QImage image;
-    arg.beginArray();
-    while (!arg.atEnd()) {
-        int width = 0, height = 0;
-        QByteArray argb;
-        arg.beginStructure();
-        arg >> width >> height >> argb;
-        arg.endStructure();
-        if (!image.isNull() || argb.size() < 4 * width * height)
-            continue;
-        image = QImage(width, height, QImage::Format_ARGB32);
-        const auto* p = reinterpret_cast<const uchar*>(argb.constData());
-        for (int i = 0; i < width * height; ++i, p += 4)
-            image.setPixel(i % width, i / width, qRgba(p[1], p[2], p[3], p[0]));
-    }
-    arg.endArray();
+    const QJsonArray first = pixmaps.at(0).toArray(), argb = first.at(2).toArray();
+    QImage image(first.at(0).toInt(), first.at(1).toInt(), QImage::Format_ARGB32);
+    for (int i = 0; i < image.width() * image.height() && 4 * i + 3 < argb.size(); ++i)
+        image.setPixel(i % image.width(), i / image.width(),
+                       qRgba(argb[4 * i + 1].toInt(), argb[4 * i + 2].toInt(),
+                             argb[4 * i + 3].toInt(), argb[4 * i].toInt()));
     return image;
 }
 
@@ -62,52 +53,6 @@ QString bellIn(const QImage& image)
             bestDistance = distance, best = name;
     }
     return best;
-}
-
-// The label of the first entry of a dbusmenu layout (ia{sv}av). Every structure and array
-// opened is closed again: an unclosed one leaks its reader.
-QString firstMenuLabel(const QDBusArgument& arg)
-{
-    int id = 0;
-    QVariantMap props;
-    QList<QDBusVariant> children;
-    arg.beginStructure();
-    arg >> id >> props;
-    arg.beginArray();
-    while (!arg.atEnd()) {
-        QDBusVariant child;
-        arg >> child;
-        children << child;
-    }
-    arg.endArray();
-    arg.endStructure();
-    if (children.isEmpty())
-        return {};
-    const QDBusArgument first = children.first().variant().value<QDBusArgument>();
-    first.beginStructure();
-    first >> id >> props;
-    first.endStructure();
-    return props.value("label").toString();
-}
-
-// The body of a ToolTip property (sa(iiay)ss).
-QString toolTipBody(const QDBusArgument& arg)
-{
-    QString icon, title, body;
-    arg.beginStructure();
-    arg >> icon;
-    arg.beginArray();
-    while (!arg.atEnd()) {
-        arg.beginStructure();
-        int w, h;
-        QByteArray bytes;
-        arg >> w >> h >> bytes;
-        arg.endStructure();
-    }
-    arg.endArray();
-    arg >> title >> body;
-    arg.endStructure();
-    return body;
 }
 
 // A program kept until the end of the test; stopped and reaped on the way out.
@@ -157,24 +102,23 @@ class TrayTest : public QObject
         QVERIFY(companion.process.waitForStarted());
     }
 
-    // The item's property, read over the bus.
-    static QVariant property(QDBusConnection& bus, const SniWatcher::Item& item, const char* name)
+    // What busctl says to `args` on the private bus: the data of its JSON answer.
+    QJsonValue busctl(const QStringList& args) const
     {
-        QDBusMessage get = QDBusMessage::createMethodCall(item.service, item.path,
-                                                          "org.freedesktop.DBus.Properties", "Get");
-        get << QStringLiteral("org.kde.StatusNotifierItem") << QString(name);
-        const QDBusMessage reply = bus.call(get, QDBus::Block, 2000);
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
-            return {};
-        return reply.arguments().at(0).value<QDBusVariant>().variant();
+        QProcess busctl;
+        busctl.start("busctl",
+                     QStringList{"--address=" + m_busAddress, "--json=short", "--"} + args);
+        busctl.waitForFinished(5000);
+        return QJsonDocument::fromJson(busctl.readAllStandardOutput())["data"];
     }
-
-    static QString shownBell(QDBusConnection& bus, const SniWatcher::Item& item)
+    QJsonValue property(const SniWatcher::Item& item, const char* name) const
     {
-        const QVariant value = property(bus, item, "IconPixmap");
-        if (!value.canConvert<QDBusArgument>())
-            return {};
-        const QImage image = firstPixmap(value.value<QDBusArgument>());
+        return busctl(
+            {"get-property", item.service, item.path, "org.kde.StatusNotifierItem", name});
+    }
+    QString shownBell(const SniWatcher::Item& item) const
+    {
+        const QImage image = firstPixmap(property(item, "IconPixmap").toArray());
         return image.isNull() ? QString() : bellIn(image);
     }
 
@@ -236,42 +180,55 @@ private slots:
         const SniWatcher::Item item = watcher.registered().first();
 
         // Quiet daemon, panel closed: "bell", from summary refreshes only.
-        QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell"; }, 10000));
-        QCOMPARE(property(bus, item, "Title").toString(), QString("harkline"));
-        QCOMPARE(property(bus, item, "Status").toString(), QString("Active"));
-        QCOMPARE(property(bus, item, "IconAccessibleDesc").toString(), QString("harkline"));
+        QVERIFY(QTest::qWaitFor([&] { return shownBell(item) == "bell"; }, 10000));
+        for (const char* name : {"Title", "IconAccessibleDesc"})
+            QCOMPARE(property(item, name).toString(), QString("harkline"));
+        QCOMPARE(property(item, "Status").toString(), QString("Active"));
         QCOMPARE(daemon.count("sessions"), 0);
 
         // The host draws our menu; opening the panel comes first.
-        QDBusMessage layout = QDBusMessage::createMethodCall(item.service, "/MenuBar",
-                                                             "com.canonical.dbusmenu", "GetLayout");
-        layout << 0 << -1 << QStringList();
-        const QDBusMessage menu = bus.call(layout, QDBus::Block, 2000);
-        QCOMPARE(menu.type(), QDBusMessage::ReplyMessage);
-        QVERIFY(firstMenuLabel(menu.arguments().value(1).value<QDBusArgument>()) ==
-                "Open harkline");
+        const QJsonValue layout =
+            busctl({"call", item.service, "/MenuBar", "com.canonical.dbusmenu", "GetLayout", "iias",
+                    "0", "-1", "0"});
+        QCOMPARE(layout[1][2][0]["data"][1]["label"]["data"].toString(), QString("Open harkline"));
 
-        // Activating the item opens the panel, and the panel asks for the whole picture.
-        QDBusMessage activate = QDBusMessage::createMethodCall(
-            item.service, item.path, "org.kde.StatusNotifierItem", "Activate");
-        activate << 640 << 10;
-        QCOMPARE(bus.call(activate, QDBus::Block, 2000).type(), QDBusMessage::ReplyMessage);
+        // Activating the item opens the panel, and the panel asks for the whole picture; a
+        // second start of the program opens it too, and leaves.
+        const QStringList activate{
+            "call",     item.service, item.path, "org.kde.StatusNotifierItem",
+            "Activate", "ii",         "640",     "10"};
+        busctl(activate);
         QVERIFY(QTest::qWaitFor([&] { return daemon.count("sessions") >= 1; }, 5000));
         QVERIFY(daemon.count("devices") >= 1);
+        busctl(activate); // closed: the program stays, though its last window closed
+        Child second;
+        startCompanion(second);
+        QVERIFY(second.process.waitForFinished(5000) && second.process.exitCode() == 0);
+        const int opened = daemon.count("sessions");
+        QVERIFY(QTest::qWaitFor([&] { return daemon.count("sessions") > opened; }, 5000));
+        QCOMPARE(companion.process.state(), QProcess::Running);
 
         // While the panel is open the icon follows the daemon within a refresh or two; waiting
-        // prompts ask for attention, and the tooltip says so in text that cannot be markup.
+        // sessions and prompts ask for attention, and the tooltip says so in text that cannot
+        // be markup.
         daemon.set([](ScriptedDaemon& d) {
             d.status["pending"] = 2;
             d.status["name"] = "<b>lab</b>";
         });
-        QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell.badge"; }, 10000));
-        QCOMPARE(property(bus, item, "Status").toString(), QString("NeedsAttention"));
-        const QString tip = toolTipBody(property(bus, item, "ToolTip").value<QDBusArgument>());
+        QVERIFY(QTest::qWaitFor([&] { return shownBell(item) == "bell.badge"; }, 10000));
+        QCOMPARE(property(item, "Status").toString(), QString("NeedsAttention"));
+        const QString tip = property(item, "ToolTip")[3].toString();
         QVERIFY2(tip.contains("&lt;b&gt;lab&lt;/b&gt;") && tip.contains("2 prompts"),
                  qPrintable(tip));
+        daemon.set([](ScriptedDaemon& d) {
+            d.status["pending"] = 0;
+            d.sessions = Json::array({session("s", "waiting")});
+        });
+        QVERIFY(QTest::qWaitFor(
+            [&] { return property(item, "ToolTip")[3].toString().contains("A session needs you"); },
+            10000));
         daemon.set([](ScriptedDaemon& d) { d.running = false; });
-        QVERIFY(QTest::qWaitFor([&] { return shownBell(bus, item) == "bell.slash"; }, 10000));
+        QVERIFY(QTest::qWaitFor([&] { return shownBell(item) == "bell.slash"; }, 10000));
 
         companion.stop();
         QCOMPARE(companion.process.exitStatus(), QProcess::NormalExit);
