@@ -299,7 +299,8 @@ private slots:
         QTest::qWait(800);
         heartbeat.stop();
 
-        QVERIFY2(worstGap < 50, qPrintable(QStringLiteral("gap of %1 ms").arg(worstGap)));
+        QVERIFY2(worstGap < 500, // a wait on the daemon would take a whole time-out
+                 qPrintable(QStringLiteral("gap of %1 ms").arg(worstGap)));
         QVERIFY(firings > 30);
         // No request waited for a free thread: all reached the daemon together. The first
         // refresh, the ticks' (1, 3, 6, ... 30: eleven due, the cap lets eight out), the explicit
