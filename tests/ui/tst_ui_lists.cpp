@@ -56,9 +56,15 @@ private slots:
         QCOMPARE(confirming(), QStringList{"p2"});
         view.row("p2")->cancelButton()->click();
         QCOMPARE(confirming(), QStringList());
-        view.row("p2")->trashButton()->click(); // Escape takes the question back
+        // Escape takes the question back; the focus goes to Cancel and back to the trash button,
+        // not on down the panel as hiding a focused button would send it.
+        QVERIFY(QTest::qWaitForWindowActive(&view));
+        view.row("p2")->trashButton()->setFocus();
+        view.row("p2")->trashButton()->click();
+        QCOMPARE(QApplication::focusWidget(), view.row("p2")->cancelButton());
         QTest::keyClick(view.row("p2")->cancelButton(), Qt::Key_Escape);
         QCOMPARE(confirming(), QStringList());
+        QCOMPARE(QApplication::focusWidget(), view.row("p2")->trashButton());
         QCOMPARE(f.daemon.count("revoke"), 0);
 
         // "Remove" closes the confirmation before the daemon answers; the row stays until the
@@ -140,11 +146,18 @@ private slots:
         view.setSessions({a, a});
         QCOMPARE(view.count(), 2);
         QVERIFY(view.showsLastText(0) && !view.showsLastText(1));
+        // The keyboard stays on its session; when that one leaves, on the row now in its place.
+        view.setSessions({a, b, c});
+        QTest::keyClick(&view, Qt::Key_End);
+        view.setSessions({a, b});
+        QCOMPARE(view.currentRow(), 1);
     }
 
     void rowsUnfoldForScreenReaders()
     {
-        ClaudeSession a = record("a", "working", "Fix the build");
+        // A huge title is cut to what a line can show, at a character boundary.
+        ClaudeSession a = record("a", "working");
+        a.title = std::string(2047, 't') + "\u00e9" + std::string(3000, 't');
         a.lastText = "Done.";
         SessionsView view;
         view.resize(312, 300);
@@ -154,6 +167,7 @@ private slots:
         QAccessibleInterface* row = list->child(0);
         QCOMPARE(list->indexOfChild(row), 0);
         QCOMPARE(list->childAt(row->rect().center().x(), row->rect().center().y()), row);
+        QCOMPARE(row->text(QAccessible::Name), QString(2047, 't'));
         row->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
         QVERIFY(row->state().expanded && view.expanded() == std::optional<std::string>("a"));
         QVERIFY(row->text(QAccessible::Description).endsWith(". Done."));
