@@ -2,6 +2,7 @@
 // within the screen and scrolled by wheel and keys, what the keys and actions do, and the
 // single-instance hand-over.
 
+#include "Access.h"
 #include "ActionsMenu.h"
 #include "Companion.h"
 #include "HeaderView.h"
@@ -300,6 +301,24 @@ private slots:
         QVERIFY(refreshes.at(0).at(0).toBool() && refreshes.at(1).at(0).toBool());
         QVERIFY(settle(*f.model));
         QCOMPARE(f.daemon.count("sessions"), 2);
+    }
+
+    // The waiting count is said when it changes, not on every refresh that repeats it.
+    void waitingCountIsSaidWhenItChanges()
+    {
+        Panel p;
+        const auto* said = p.view.findChild<access::Announcer*>();
+        const auto pending = [](int n) {
+            return [n](ScriptedDaemon& d) { d.status["pending"] = n; };
+        };
+        const int before = said->count();
+        p.reload(pending(1));
+        p.reload(pending(1));
+        QCOMPARE(said->count(), before + 1);
+        p.reload(pending(0));
+        p.reload(pending(2));
+        QCOMPARE(said->count(), before + 2);
+        QCOMPARE(said->text(), "2 prompts waiting for an answer");
     }
 
     void headerActions()
