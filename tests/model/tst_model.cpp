@@ -636,6 +636,8 @@ private slots:
         };
         QVERIFY(hidden("Hidden=true\n") && hidden("Hidden = true\n"));
         QVERIFY(!hidden("Hidden=false\n") && !hidden("[Desktop Action x]\nHidden=true\n"));
+        write(entry, "Hidden=true\n[Desktop Entry]\nExec=x\n"); // before any group: no key of it
+        QVERIFY(item.enabled());
         QCOMPARE(item.unregisterItem(), std::nullopt);
         QVERIFY(!QFile::exists(entry) && !item.enabled());
 

@@ -14,11 +14,13 @@
 #include "PhonesView.h"
 #include "SessionsView.h"
 #include "SingleInstance.h"
+#include "TrayHostWatcher.h"
 
 #include <QLabel>
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollArea>
+#include <QScrollBar>
 #include <QSysInfo>
 #include <QTemporaryDir>
 #include <QToolButton>
@@ -219,6 +221,9 @@ private slots:
             QRect(last->mapTo(phones->rowsArea()->viewport(), QPoint()), last->size())));
     }
 
+    // Offscreen, as on Wayland, there is no X11 connection, so no XEmbed tray to fall back on.
+    void noXEmbedTrayWithoutX11() { QVERIFY(!xembedTrayPresent()); }
+
     void secondStartOpensTheFirst()
     {
         QTemporaryDir dir;
@@ -287,6 +292,13 @@ private slots:
         QTest::keyClick(list, Qt::Key_Tab);
         QVERIFY(QApplication::focusWidget() != list &&
                 !list->isAncestorOf(QApplication::focusWidget()));
+        // Coming back, the list shows its current row, the first one too.
+        list->setFocus();
+        QTest::keyClick(list, Qt::Key_Home);
+        list->verticalScrollBar()->setValue(list->verticalScrollBar()->maximum());
+        pair->setFocus();
+        list->setFocus();
+        QVERIFY(shown(0));
     }
 
     void eachOpeningAsksForADetailedRefresh()
