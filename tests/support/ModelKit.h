@@ -66,9 +66,11 @@ struct CountingServiceManager final : ServiceManager
 {
     std::atomic<bool> succeeds{true};
     std::atomic<int> runs{0};
-    bool run(bool) override
+    std::atomic<int> restarts{0};
+    bool run(bool restart) override
     {
         ++runs;
+        restarts += restart;
         return succeeds;
     }
 };

@@ -358,6 +358,7 @@ private slots:
         menu->restartAction()->trigger();
         QVERIFY(!p.view.noticeLine()->isVisible());
         QVERIFY(settle(*p.f.model));
+        QCOMPARE(p.f.service->restarts.load(), 1);
         menu->openLogAction()->trigger();
         QCOMPARE(p.f.desktop.fileOpener->opened.size(), 1);
     }
