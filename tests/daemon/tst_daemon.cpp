@@ -27,12 +27,6 @@ using Script = FakeDaemon::Script;
 Q_DECLARE_METATYPE(Script)
 
 namespace {
-QString readText(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : "(missing)";
-}
-
 const std::string kSuffix = "/.local/state/harkline/harkline.sock";
 
 // Points HOME at a folder whose socket path is exactly `bytes` long, ending in `tail`.
@@ -330,7 +324,8 @@ private slots:
     void theGrammarIsStrictButForTwoLeniencies()
     {
         const QString fffd = QString(QChar(0xFFFD));
-        const Json lenient = Json::parse(readText(DATA "/lenient-expected.json").toStdString());
+        const Json lenient =
+            Json::parse(harkline::test::readFile(DATA "/lenient-expected.json").toStdString());
         const QFileInfoList files =
             QDir(DATA "/jsontestsuite").entryInfoList({"*.json"}, QDir::Files);
         QCOMPARE(files.size(), 303);

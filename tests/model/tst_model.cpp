@@ -110,12 +110,6 @@ struct Pairs
     }
 };
 
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
-}
-
 void write(const QString& path, const QByteArray& text)
 {
     QDir().mkpath(QFileInfo(path).path());
@@ -597,7 +591,7 @@ private slots:
         // No shell of ours in between: an argument arrives whole and unexpanded.
         QVERIFY(runServiceCommand(
             {"/bin/sh", {"-c", "printf %s \"$1\" > \"$2\"", "sh", "a b $HOME;true", out}}));
-        QCOMPARE(readAll(out), "a b $HOME;true");
+        QCOMPARE(readFile(out), "a b $HOME;true");
         // systemd is asked by absolute path (its arguments: startService above).
         const SystemdServiceManager systemd;
         QVERIFY(QFileInfo(systemd.command(false).program).isAbsolute());
@@ -621,8 +615,8 @@ private slots:
         QCOMPARE(item.registerItem(), std::nullopt);
         QVERIFY(item.enabled());
         QVERIFY(
-            readAll(entry).contains("\nExec=\"" + home->path().toUtf8() +
-                                    "/hark line/\\\\\"menu\\\\\"\\\\$%%\\\\\\\\x\\n\\t\\r\"\n"));
+            readFile(entry).contains("\nExec=\"" + home->path().toUtf8() +
+                                     "/hark line/\\\\\"menu\\\\\"\\\\$%%\\\\\\\\x\\n\\t\\r\"\n"));
         QCOMPARE(XdgAutostartLoginItem::entryProgram(), odd);
         // An entry from before TryExec: the program comes from Exec, line breaks and all.
         write(entry, XdgAutostartLoginItem::entryText(odd).replace("TryExec=", "X-Old="));
@@ -653,7 +647,7 @@ private slots:
              }) {
             write(entry, kept);
             QVERIFY(!fresh.repair());
-            QCOMPARE(readAll(entry), kept);
+            QCOMPARE(readFile(entry), kept);
         }
         for (const QByteArray& gone : {
                  XdgAutostartLoginItem::entryText(home->path() + "/removed/harkline-menubar"),
@@ -679,7 +673,7 @@ private slots:
         QCOMPARE(XdgAutostartLoginItem::execProgram(built, {bin}), built);
         QCOMPARE(XdgAutostartLoginItem::execProgram(installed, {home->path()}), installed);
         QCOMPARE(XdgAutostartLoginItem(built).registerItem(), std::nullopt);
-        QVERIFY(readAll(entry).contains("\nTryExec=" + built.toUtf8() + "\n"));
+        QVERIFY(readFile(entry).contains("\nTryExec=" + built.toUtf8() + "\n"));
     }
 
     // The daemon's log under an absolute XDG_STATE_HOME, else the usual folder; opening it hands

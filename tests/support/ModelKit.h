@@ -107,6 +107,14 @@ inline bool settle(const AppModel& model, int timeoutMs = 8000)
     return QTest::qWaitFor([&] { return model.tasksInFlight() == 0; }, timeoutMs);
 }
 
+// Lets every posted event run to the end: layouts, and the window's fit after them.
+inline bool settled()
+{
+    for (int i = 0; i < 10; ++i)
+        QCoreApplication::processEvents();
+    return true;
+}
+
 // A reply whose first byte comes at once, the rest after `delay`.
 inline FakeDaemon::Script slowAnswer(const Json& reply, std::chrono::milliseconds delay)
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDir>
+#include <QFile>
 #include <QTemporaryDir>
 
 #include <stdexcept>
@@ -9,6 +10,13 @@ namespace harkline::test {
 
 // Points HOME and the XDG folders at a fresh temporary directory for the life of the object,
 // so a test never meets the real daemon, socket or configuration.
+// A file's bytes, or "(missing)" when it cannot be read, for comparisons that name the file.
+inline QByteArray readFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
+}
+
 class TestHome
 {
 public:

@@ -232,9 +232,7 @@ private slots:
         QVERIFY(QTest::qWaitForWindowActive(&panel));
         QVERIFY(f.refresh());
         setup(f, *menu);
-        QVERIFY(settle(*f.model));
-        for (int i = 0; i < 10; ++i)
-            QCoreApplication::processEvents();
+        QVERIFY(settle(*f.model) && settled());
 
         const QString diff =
             compare(QTest::currentDataTag(), line(QAccessible::queryAccessibleInterface(&panel), 0),

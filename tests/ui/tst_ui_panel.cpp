@@ -53,14 +53,6 @@ bool fitsContent(const QWidget& panel, const ui::MenuView& menu)
     return menu.height() == panel.height() && panel.height() == sum;
 }
 
-// Lets every layout, and the window's fit after them, run to the end.
-bool settled()
-{
-    for (int i = 0; i < 10; ++i)
-        QCoreApplication::processEvents();
-    return true;
-}
-
 // A shown panel on a model that has loaded the daemon's current replies.
 struct Panel
 {
@@ -76,8 +68,7 @@ struct Panel
         f.daemon.set(change);
         QVERIFY(f.refresh());
         // Laid out, and as tall as it asks, as the panel's window makes it.
-        for (int i = 0; i < 10; ++i)
-            QCoreApplication::processEvents();
+        settled();
         view.resize(MenuView::kWidth, view.heightForWidth(MenuView::kWidth));
         QCoreApplication::processEvents();
     }
