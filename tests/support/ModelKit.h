@@ -44,8 +44,7 @@ struct FakeLoginItem final : LoginItem
     std::optional<QString> unregisterItem() override { return change(false); }
     std::optional<QString> change(bool to)
     {
-        if (!failure)
-            on = to;
+        on = failure ? on : to;
         return failure;
     }
 };
@@ -162,6 +161,7 @@ struct ScriptedDaemon
     Json devices = Json::array();
     Json sessions = Json::array();
     Json pair = {{"ok", true}, {"qr", "hk1:pairing-payload"}, {"expires_in", 120}};
+    Json other = {{"ok", true}}; // any other command's reply
     FakeDaemon daemon{DaemonClient::socketPath()};
 
     ScriptedDaemon()
@@ -172,8 +172,8 @@ struct ScriptedDaemon
             Json reply = {{"ok", running}};
             if (running && (cmd == "devices" || cmd == "sessions"))
                 reply[cmd] = cmd == "devices" ? devices : sessions;
-            else if (running && (cmd == "status" || cmd == "pair"))
-                reply = cmd == "status" ? status : pair;
+            else if (running)
+                reply = cmd == "status" ? status : cmd == "pair" ? pair : other;
             return cmd == "devices" && slowDevices
                        ? slowAnswer(reply, std::chrono::milliseconds(500))
                        : FakeDaemon::Script::answer(reply);
