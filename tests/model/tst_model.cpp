@@ -199,30 +199,23 @@ private slots:
 
     void everyAssignmentNotifiesAndLateLoadsStillApply()
     {
-        FakeDaemon daemon(DaemonClient::socketPath());
-        std::atomic<int> statusRequests{0};
-        daemon.setHandler([&](const std::string& line) {
-            const std::string cmd = FakeDaemon::commandOf(line);
-            if (cmd != "status")
-                return Script::answer({{"ok", true}, {cmd, Json::array()}});
-            // The second status request is answered slowly, with an older daemon's name.
-            if (++statusRequests == 2)
-                return slowAnswer({{"ok", true}, {"name", "older"}}, 400ms);
-            return Script::answer({{"ok", true}, {"name", "newer"}});
+        Rig r;
+        QSignalSpy changed(&r.model, &AppModel::changed);
+        r.daemon.set([](ScriptedDaemon& d) {
+            d.slow = "status";
+            d.status["name"] = "older";
         });
-        FakeDesktop desktop;
-        AppModel model(desktop.environment());
-        QVERIFY(settle(model));
-
-        QSignalSpy changed(&model, &AppModel::changed);
-        model.refresh(true); // slow
-        QTest::qWait(50);
-        model.refresh(true); // fast, same values otherwise
-        QVERIFY(settle(model));
+        r.model.refresh(true);
+        QVERIFY(QTest::qWaitFor([&] { return r.daemon.count("status") == 2; }));
+        r.daemon.set([](ScriptedDaemon& d) {
+            d.slow.clear();
+            d.status["name"] = "newer"; // same values otherwise
+        });
+        QVERIFY(r.refresh(true));
         // Nothing coalesced or skipped: both refreshes assigned all three, equal or not, and
         // the older load, ending last, has the last word.
         QCOMPARE(changed.count(), 6);
-        QCOMPARE(model.status()->name, "older");
+        QCOMPARE(r.model.status()->name, "older");
     }
 
     void mainThreadStaysFreeWhileTheDaemonHangs()
@@ -246,9 +239,8 @@ private slots:
         QTest::qWait(800);
         // A wait on the daemon would cost a whole time-out (3 s) on top of the 800 ms.
         QVERIFY2(clock.elapsed() < 2800, qPrintable(QString::number(clock.elapsed())));
-        // No request waited for a free thread: all reached the daemon together. The first
-        // refresh, the ticks' (1, 3, 6, ... 30: eleven due, the cap lets eight out), the explicit
-        // ones, then one for each action, which the hung timer refreshes never hold back.
+        // All reached the daemon together: the first refresh, eight of the eleven due ticks' (the
+        // cap), the explicit ones, and each action, which hung timer refreshes never hold back.
         QCOMPARE(model.timerTasksInFlight(), AppModel::kMaxTimerTasks);
         QCOMPARE(daemon->connections(), 1 + AppModel::kMaxTimerTasks + 12 + 3);
 
@@ -335,8 +327,7 @@ private slots:
 
     void loginToggleReportsFailures()
     {
-        // The real entry, its folder blocked by a file: the failure is said, the state kept; then
-        // it goes through.
+        // The real entry, its folder blocked by a file: the failure is said, the state kept.
         FakeDesktop desktop;
         auto env = desktop.environment();
         env.loginItem = std::make_shared<XdgAutostartLoginItem>("/usr/bin/harkline-menubar");
@@ -456,14 +447,14 @@ private slots:
             QSignalSpy devicesSpy(&r.model, &AppModel::devicesChanged);
             QSignalSpy refreshes(&r.model, &AppModel::refreshStarted);
             r.daemon.set([](ScriptedDaemon& d) {
-                d.slowDevices = true;
+                d.slow = "devices";
                 d.devices.push_back(phone("b", "New"));
             });
             const int polls = r.daemon.count("devices");
             r.model.tick();
             QVERIFY(QTest::qWaitFor([&] { return r.daemon.count("devices") > polls; }));
             r.daemon.set([](ScriptedDaemon& d) {
-                d.slowDevices = false;
+                d.slow.clear();
                 d.pair["qr"] = "hk1:second";
             });
             if (cancel) {
@@ -504,7 +495,6 @@ private slots:
     void serviceTool()
     {
         const QString out = home->path() + "/arg";
-        // A missing tool and exit statuses: the model's start-service cases.
         QVERIFY(!runServiceCommand({"/bin/sh", {"-c", "kill -9 $$"}})); // killed: not a success
         // A tool that hangs is killed at the limit and counts as a failure.
         QElapsedTimer clock;
@@ -516,7 +506,7 @@ private slots:
         QVERIFY(runServiceCommand(
             {"/bin/sh", {"-c", "printf %s \"$1\" > \"$2\"", "sh", "a b $HOME;true", out}}));
         QCOMPARE(readFile(out), "a b $HOME;true");
-        // systemd is asked by absolute path (its arguments: startService above).
+        // systemd is asked by absolute path.
         const SystemdServiceManager systemd;
         QVERIFY(QFileInfo(systemd.command(false).program).isAbsolute());
     }
@@ -600,9 +590,8 @@ private slots:
         QVERIFY(readFile(entry).contains("\nTryExec=" + built.toUtf8() + "\n"));
     }
 
-    // The daemon's log under an absolute XDG_STATE_HOME, else the usual folder; opening it hands
-    // the file over even before it exists, says nothing, and reaches the desktop as a file URL.
-    // Copied text is plain.
+    // The daemon's log under an absolute XDG_STATE_HOME, else the usual folder, handed to the
+    // desktop as a file URL even before it exists, silently. Copied text is plain.
     void logAndDesktopPieces()
     {
         const QString usual = home->path() + "/.local/state/harkline/harkline.log";

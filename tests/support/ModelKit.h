@@ -147,13 +147,13 @@ inline Json phone(const char* id, const char* name)
     return {{"id", id}, {"name", name}, {"created", nowMs() - 3600e3}};
 }
 
-// Replies the test changes as it goes; every command fails while `running` is false. A devices
-// request can be made slow to hold a pairing poll in flight.
+// Replies the test changes as it goes; every command fails while `running` is false. One
+// command's reply can be made slow, to hold its request in flight.
 struct ScriptedDaemon
 {
     std::mutex mutex;
     bool running = true;
-    bool slowDevices = false;
+    std::string slow; // the command answered half a second late
     Json status = {{"ok", true},   {"name", "harkline"},
                    {"port", 7420}, {"hosts", Json::array({"192.168.1.5"})},
                    {"devices", 0}, {"connected", 0},
@@ -174,9 +174,8 @@ struct ScriptedDaemon
                 reply[cmd] = cmd == "devices" ? devices : sessions;
             else if (running)
                 reply = cmd == "status" ? status : cmd == "pair" ? pair : other;
-            return cmd == "devices" && slowDevices
-                       ? slowAnswer(reply, std::chrono::milliseconds(500))
-                       : FakeDaemon::Script::answer(reply);
+            return cmd == slow ? slowAnswer(reply, std::chrono::milliseconds(500))
+                               : FakeDaemon::Script::answer(reply);
         });
     }
     template <class F> void set(F change)

@@ -8,15 +8,15 @@
 
 namespace harkline::test {
 
-// Points HOME and the XDG folders at a fresh temporary directory for the life of the object,
-// so a test never meets the real daemon, socket or configuration.
-// A file's bytes, or "(missing)" when it cannot be read, for comparisons that name the file.
+// A file's bytes, or "(missing)" when it cannot be read.
 inline QByteArray readFile(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
 }
 
+// Points HOME and the XDG folders at a fresh temporary directory for the life of the object,
+// so a test never meets the real daemon, socket or configuration.
 class TestHome
 {
 public:
