@@ -114,16 +114,6 @@ inline bool settled()
     return true;
 }
 
-// A reply whose first byte comes at once, the rest after `delay`.
-inline FakeDaemon::Script slowAnswer(const Json& reply, std::chrono::milliseconds delay)
-{
-    const std::string text = reply.dump() + "\n";
-    FakeDaemon::Script script;
-    script.chunks = {text.substr(0, 1), text.substr(1)};
-    script.gap = delay;
-    return script;
-}
-
 inline std::optional<QString> text(const char* s)
 {
     return QString::fromUtf8(s);
@@ -174,8 +164,10 @@ struct ScriptedDaemon
                 reply[cmd] = cmd == "devices" ? devices : sessions;
             else if (running)
                 reply = cmd == "status" ? status : cmd == "pair" ? pair : other;
-            return cmd == slow ? slowAnswer(reply, std::chrono::milliseconds(500))
-                               : FakeDaemon::Script::answer(reply);
+            auto script = FakeDaemon::Script::answer(reply);
+            if (cmd == slow) // the first byte at once, the rest half a second later
+                script = {{"{", script.chunks[0].substr(1)}, std::chrono::milliseconds(500)};
+            return script;
         });
     }
     template <class F> void set(F change)
