@@ -3,7 +3,6 @@
 
 #include "DaemonClient.h"
 #include "FakeDaemon.h"
-#include "Records.h"
 #include "TestHome.h"
 
 #include <QDir>
