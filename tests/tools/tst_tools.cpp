@@ -33,20 +33,10 @@ struct Run
     QString err;
 };
 
-void prepare(QProcess& process, const QStringList& args)
-{
-    process.setProgram(HARKLINECTL);
-    process.setArguments(args);
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("LC_ALL", "en_US.UTF-8"); // the relative times below are English
-    process.setProcessEnvironment(env);
-}
-
 Run ctl(const QStringList& args)
 {
     QProcess process;
-    prepare(process, args);
-    process.start();
+    process.start(HARKLINECTL, args);
     if (!process.waitForFinished(20000))
         process.kill();
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
@@ -103,6 +93,7 @@ class ToolsTest : public QObject
     Q_OBJECT
 
     TestHome home_;
+    [[maybe_unused]] const bool english_ = qputenv("LC_ALL", "en_US.UTF-8"); // relative times
     const QString socket = QString::fromStdString(DaemonClient::socketPath());
     const Json statusReply = Json::parse(q("{'ok':true,'name':'desk','hosts':['10.0.0.2',"
                                            "'desk.local'],'port':8443,'devices':3,'connected':1,"
@@ -297,8 +288,7 @@ private slots:
 
         expiresIn = 30;
         QProcess process;
-        prepare(process, {"pair"});
-        process.start();
+        process.start(HARKLINECTL, {"pair"});
         QVERIFY(process.waitForReadyRead(10000)); // the code is out: it waits for the phone
         ::kill(pid_t(process.processId()), SIGINT);
         QVERIFY(process.waitForFinished(5000));
@@ -335,8 +325,7 @@ private slots:
             return FakeDaemon::Script::answer(reply);
         });
         QProcess process;
-        prepare(process, {"status", "--waybar", "--watch", "0.1"});
-        process.start();
+        process.start(HARKLINECTL, {"status", "--waybar", "--watch", "0.1"});
         // Nine asks cover three of each state; then a while longer in the last.
         QVERIFY(QTest::qWaitFor([&] { return asked >= 12; }, 10000));
         process.terminate();
