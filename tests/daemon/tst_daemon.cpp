@@ -67,8 +67,7 @@ class DaemonTest : public QObject
     harkline::test::TestHome home_;
     int descriptors_ = 0;
 
-    // Sets HOME so that the socket path under it is `bytes` long, and USER and LOGNAME (null:
-    // unset); returns the path the client then uses.
+    // The socket path once HOME makes it `bytes` long, with USER and LOGNAME (null: unset).
     std::string pathFor(std::size_t bytes, const char* user, const char* logname = nullptr)
     {
         const std::size_t pad = bytes - kSuffix.size() - home_.path().toUtf8().size() - 3;
@@ -87,9 +86,8 @@ private slots:
         QCOMPARE(openDescriptors(), descriptors_);
     }
 
-    // Under the home folder while the path fits 103 bytes (é counts two), else in /tmp under the
-    // user's name; a fallback that is itself too long is refused before any connect, and a socket
-    // nobody listens on is no daemon.
+    // Under the home folder while it fits 103 bytes (é counts two), else /tmp under the user's
+    // name; a fallback too long is refused before any connect; a stale socket is no daemon.
     void socketPath()
     {
         const std::string fits = pathFor(103, "ada");
@@ -161,8 +159,8 @@ private slots:
         QCOMPARE(DaemonClient::ok(kStatus, 2).has_value(), passes && !read.isEmpty());
     }
 
-    // A reply of exactly kMaxReplyBytes is read, one byte more is not; a silent daemon costs one
-    // time-out, and so does one that sends a byte every 100 ms: the limit bounds the whole reply.
+    // kMaxReplyBytes are read, one more is not; silence, or a byte every 100 ms, costs one
+    // time-out.
     void repliesAreBoundedInSizeAndTime()
     {
         const auto replyOf = [](std::size_t bytes) {
@@ -179,8 +177,7 @@ private slots:
             failsAfterOneTimeout<DaemonClient::BadReply>([&] { exchange(slow, 1); });
     }
 
-    // A daemon stuck before accepting: once its backlog is full, connecting waits, and that
-    // wait is bounded by the time-out too, or every refresh would hold a thread for good.
+    // Once a stuck daemon's backlog is full, connecting waits: for one time-out, not for good.
     void aDaemonThatNoLongerAcceptsCostsOneTimeout()
     {
         const std::string path = DaemonClient::socketPath();
@@ -201,8 +198,7 @@ private slots:
         ::unlink(path.c_str());
     }
 
-    // A daemon that hangs up before reading fails our write: a bad reply, not a SIGPIPE that ends
-    // the process. A request that cannot be written at all passes the writer's error.
+    // A hang-up before reading is a bad reply, not a SIGPIPE; an unwritable request throws.
     void failedWrites()
     {
         std::signal(SIGPIPE, SIG_DFL);
@@ -234,9 +230,8 @@ private slots:
         QTRY_COMPARE(forger->connections(), 2); // connected, then refused
     }
 
-    // Every text JSONTestSuite says must be refused is refused, every one it says must be
-    // accepted is accepted as the library reads it, and of those it leaves open, lone surrogate
-    // escapes read as U+FFFD and numbers beyond a double as null.
+    // JSONTestSuite's refused texts are refused, its accepted ones read as the library reads them;
+    // of those it leaves open, lone surrogates read as U+FFFD and numbers beyond a double as null.
     void theGrammarIsStrictButForTwoLeniencies()
     {
         const Json lenient =
@@ -268,9 +263,8 @@ private slots:
             QCOMPARE(QString::fromStdString(parseReply(text).dump()), expected);
     }
 
-    // Records take each member only from its own type, else the default: a list with one
-    // stranger is dropped whole, a whole number must fit 64 bits, an offer lasts 300 s unless
-    // the daemon gives a number. (Well-formed records are harklinectl's and the model's.)
+    // A member of another type gives the default (a list with one stranger is dropped whole, an
+    // offer lasts 300 s); a whole number must fit 64 bits. Well-formed ones: harklinectl, model.
     void recordsTakeOnlyWhatFits()
     {
         const auto status = [](const std::string& members) {

@@ -100,8 +100,7 @@ class ToolsTest : public QObject
                                            "'pending':0}")
                                              .toStdString());
 
-    // Runs harklinectl against a daemon that answers, refusesActions, refuses, is absent or
-    // sends garbage or hostile text; compares the exit status and the exact output.
+    // Runs harklinectl against a kind of daemon; compares exit status, output and errors.
     void expect(const QString& daemon, const QStringList& args, int code, const QString& out,
                 const QString& err = "")
     {
@@ -213,8 +212,7 @@ private slots:
                "harkline sent a bad reply: not one JSON object, or nothing in time.\n");
     }
 
-    // raw can be told to wait less than the command's time-out, and a status-bar line never
-    // waits longer than the status request.
+    // raw waits as long as it is told; a status-bar line no longer than the status request.
     void aHangingDaemon()
     {
         FakeDaemon fake(socket.toStdString());
