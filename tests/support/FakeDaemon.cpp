@@ -1,5 +1,6 @@
 #include "FakeDaemon.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -10,20 +11,36 @@
 #include <unistd.h>
 
 namespace harkline::test {
+namespace {
 
-FakeDaemon::FakeDaemon(std::string path) : path_(std::move(path))
+// A socket bound at `path`, made with its folders in place of whatever stood there; -1 on failure.
+int boundAt(const std::string& path)
 {
-    std::filesystem::create_directories(std::filesystem::path(path_).parent_path());
-    ::unlink(path_.c_str());
-    listenFd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path_.size() >= sizeof address.sun_path)
-        throw std::runtime_error("fake daemon path too long: " + path_);
-    std::memcpy(address.sun_path, path_.data(), path_.size());
-    if (listenFd_ < 0 ||
-        ::bind(listenFd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listenFd_, 64) != 0)
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    ::unlink(path.c_str());
+    sockaddr_un address{AF_UNIX, {}};
+    if (path.size() >= sizeof address.sun_path)
+        return -1;
+    std::memcpy(address.sun_path, path.data(), path.size());
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
+        return fd;
+    ::close(fd);
+    return -1;
+}
+
+// True when the client closed (or we shut the connection down) within `ms`, -1 meaning ever.
+bool endsWithin(int fd, int ms)
+{
+    pollfd end{fd, POLLIN | POLLRDHUP, 0};
+    return ::poll(&end, 1, ms) != 0;
+}
+
+} // namespace
+
+FakeDaemon::FakeDaemon(std::string path) : path_(std::move(path)), listenFd_(boundAt(path_))
+{
+    if (listenFd_ < 0 || ::listen(listenFd_, 64) != 0)
         throw std::runtime_error("fake daemon cannot listen at " + path_ + ": " +
                                  std::strerror(errno));
     handler_ = [](const std::string&) { return Script::answer({{"ok", true}}); };
@@ -34,6 +51,7 @@ FakeDaemon::FakeDaemon(std::string path) : path_(std::move(path))
                 continue;
             ++connections_;
             const std::lock_guard lock(mutex_);
+            open_.insert(fd);
             workers_.emplace_back([this, fd] { serve(fd); });
         }
     });
@@ -44,6 +62,11 @@ FakeDaemon::~FakeDaemon()
     stopping_ = true;
     ::shutdown(listenFd_, SHUT_RDWR);
     acceptor_.join();
+    {
+        const std::lock_guard lock(mutex_); // wakes every connection still waiting
+        for (const int fd : open_)
+            ::shutdown(fd, SHUT_RDWR);
+    }
     for (std::thread& worker : workers_)
         worker.join();
     ::close(listenFd_);
@@ -74,10 +97,7 @@ std::vector<std::string> FakeDaemon::requests() const
 
 int FakeDaemon::count(const std::string& cmd) const
 {
-    int n = 0;
-    for (const std::string& line : requests())
-        n += commandOf(line) == cmd;
-    return n;
+    return int(std::ranges::count(requests(), cmd, &FakeDaemon::commandOf));
 }
 
 std::string FakeDaemon::commandOf(const std::string& requestLine)
@@ -89,60 +109,32 @@ std::string FakeDaemon::commandOf(const std::string& requestLine)
 
 bool FakeDaemon::leaveStaleSocket(const std::string& path)
 {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{AF_UNIX, {}};
-    std::memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path - 1));
-    const bool bound = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    const int fd = boundAt(path);
     ::close(fd);
-    return bound;
-}
-
-bool FakeDaemon::waitForEnd(int fd, int ms) const
-{
-    for (int waited = 0; !stopping_; waited += 20) {
-        pollfd end{fd, POLLIN | POLLRDHUP, 0};
-        if (::poll(&end, 1, std::min(20, ms - waited)) > 0)
-            return true;
-        if (waited >= ms)
-            return false;
-    }
-    return true;
+    return fd >= 0;
 }
 
 void FakeDaemon::serve(int fd)
 {
-    if (closeBeforeRead_) {
-        ::close(fd);
-        return;
-    }
     std::string line;
     char buffer[4096];
-    for (int waited = 0; line.find('\n') == std::string::npos && !stopping_ && waited < 5000;) {
-        pollfd in{fd, POLLIN, 0};
-        if (::poll(&in, 1, 20) == 0) {
-            waited += 20;
-            continue;
-        }
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n <= 0)
-            break;
+    for (ssize_t n = 0; !closeBeforeRead_ && line.find('\n') == std::string::npos &&
+                        (n = ::read(fd, buffer, sizeof buffer)) > 0;)
         line.append(buffer, static_cast<std::size_t>(n));
-    }
     Script script;
-    {
+    if (!closeBeforeRead_) {
         const std::lock_guard lock(mutex_);
         requests_.push_back(line);
         script = handler_(line);
     }
-    for (std::size_t i = 0; i < script.chunks.size() && !stopping_; ++i) {
-        if (i > 0 && script.gap.count() > 0 && waitForEnd(fd, int(script.gap.count())))
+    for (std::size_t i = 0; i < script.chunks.size(); ++i)
+        if ((i > 0 && script.gap.count() > 0 && endsWithin(fd, int(script.gap.count()))) ||
+            ::send(fd, script.chunks[i].data(), script.chunks[i].size(), MSG_NOSIGNAL) < 0)
             break;
-        if (::send(fd, script.chunks[i].data(), script.chunks[i].size(), MSG_NOSIGNAL) < 0)
-            break;
-    }
-    while (script.hang && !waitForEnd(fd, 1000)) {
-    }
+    if (script.hang)
+        endsWithin(fd, -1);
+    const std::lock_guard lock(mutex_);
+    open_.erase(fd);
     ::close(fd);
 }
 

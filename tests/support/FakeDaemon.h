@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,8 +22,7 @@ public:
     {
         std::vector<std::string> chunks;  // written one write each, in order
         std::chrono::milliseconds gap{0}; // pause between chunks
-        bool hang = false; // then keep the connection open until the fake stops or the client
-                           // closes
+        bool hang = false; // then keep the connection until the client closes or the fake stops
         static Script answer(const Json& reply) { return bytes(reply.dump() + "\n"); }
         static Script bytes(std::string raw) { return {{std::move(raw)}}; }
         static Script closeWithoutAnswer() { return {}; }
@@ -35,6 +35,10 @@ public:
     ~FakeDaemon();
 
     void setHandler(Handler handler);
+    void setScript(const Script& script) // the same for every connection
+    {
+        setHandler([script](const std::string&) { return script; });
+    }
     // Answer each command from a table of replies; a command not in the table gets "ok": false.
     void setReplies(std::vector<std::pair<std::string, Json>> replies);
     // Accept connections and close them at once, before reading the request.
@@ -49,7 +53,6 @@ public:
 
 private:
     void serve(int fd);
-    bool waitForEnd(int fd, int ms) const; // true when the client closed or the fake stops
 
     std::string path_;
     int listenFd_ = -1;
@@ -59,6 +62,7 @@ private:
     mutable std::mutex mutex_;
     Handler handler_;
     std::vector<std::string> requests_;
+    std::set<int> open_; // the connections being served
     std::vector<std::thread> workers_;
     std::thread acceptor_;
 };
