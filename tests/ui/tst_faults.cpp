@@ -1,9 +1,6 @@
-// The companion itself (its Companion object, panel open, offscreen) against a daemon that
-// misbehaves, one fault at a time: one of each way an exchange can end (a time-out, a reply that
-// never completes, a bad reply, a good one on a connection left open, nobody listening). How the
-// client reads every other malformed reply is the exchange suite's. For each: the main thread
-// keeps turning, the panel says what is true while the fault lasts and again within one refresh
-// period after it ends; then 2,000 failed exchanges leave no descriptor or thread behind.
+// The Companion, panel open, against a daemon that misbehaves one way at a time: the main thread
+// keeps turning, the panel says what is true during and one refresh after the fault, and 2,000
+// failed exchanges leave no descriptor or thread behind. Other malformed replies: tst_daemon.
 
 #include "AppModel.h"
 #include "Companion.h"
@@ -31,8 +28,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// A main thread that waited on the daemon would stall for a whole time-out (a second or more);
-// the bound leaves room for a loaded machine and the sanitizers' slower steps.
+// A wait on the daemon would stall a whole time-out (1 s+); room left for sanitizers.
 constexpr qint64 kMaxGapMs = 500;
 constexpr int kRefreshPeriodMs = 3000; // panel open
 
@@ -44,7 +40,7 @@ enum class Fault {
     CloseMidReply,
     Garbage,
     AnswerAndStayOpen,
-    Killed,
+    Killed
 };
 
 const Json kStatus = {
@@ -106,7 +102,7 @@ struct GapMeter
             last = now;
         });
     }
-    // Measures only while the test waits, not while it sets up a fault on the same thread.
+    // Only while the test waits, not while it sets a fault up on the same thread.
     bool waitFor(const std::function<bool()>& condition, int timeoutMs)
     {
         clock.start();
@@ -164,13 +160,6 @@ private slots:
         companion = std::make_unique<app::Companion>();
         companion->openPanel();
         QVERIFY(QTest::qWaitFor([this] { return showsRunning(); }, 2 * kRefreshPeriodMs));
-    }
-
-    void cleanupTestCase()
-    {
-        companion.reset();
-        daemon.reset();
-        home.reset();
     }
 
     void matrix_data()
@@ -244,9 +233,7 @@ private slots:
         const int threads = entries("/proc/self/task");
         QVERIFY(failMany(2000));
         QVERIFY(showsNotRunning());
-        // A leak per exchange would be 2,000 of either. What may honestly differ from the first
-        // count: the timer's own refresh in flight (a socket on each side) and the pool's idle
-        // threads, which it keeps for a while and may have grown up to its bound of 32.
+        // A leak would be 2,000; allowed: a timer refresh in flight, the pool grown to its 32.
         const bool clean = QTest::qWaitFor(
             [&] {
                 return entries("/proc/self/fd") <= fds + 8 &&
