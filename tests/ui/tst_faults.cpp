@@ -32,16 +32,7 @@ namespace {
 constexpr qint64 kMaxGapMs = 500;
 constexpr int kRefreshPeriodMs = 3000; // panel open
 
-enum class Fault {
-    None,
-    Hang,
-    Trickle,
-    CloseWithoutAnswer,
-    CloseMidReply,
-    Garbage,
-    AnswerAndStayOpen,
-    Killed
-};
+enum class Fault { None, Hang, Trickle, CloseEarly, CloseMidReply, Garbage, StayOpen, Killed };
 
 const Json kStatus = {
     {"ok", true},   {"name", "harkline"}, {"port", 7420}, {"hosts", Json::array({"192.168.1.5"})},
@@ -49,12 +40,8 @@ const Json kStatus = {
 
 Script healthy(const std::string& line)
 {
-    const std::string cmd = FakeDaemon::commandOf(line);
-    if (cmd == "status")
-        return Script::answer(kStatus);
-    if (cmd == "devices")
-        return Script::answer({{"ok", true}, {"devices", Json::array()}});
-    return Script::answer({{"ok", true}, {"sessions", Json::array()}});
+    const std::string cmd = FakeDaemon::commandOf(line); // devices, sessions: none
+    return Script::answer(cmd == "status" ? kStatus : Json{{"ok", true}, {cmd, Json::array()}});
 }
 
 Script faulty(Fault fault, const std::string& line)
@@ -69,13 +56,13 @@ Script faulty(Fault fault, const std::string& line)
         script.gap = 100ms;
         return script;
     }
-    case Fault::CloseWithoutAnswer:
+    case Fault::CloseEarly:
         return Script::closeWithoutAnswer();
     case Fault::CloseMidReply:
         return Script::bytes(kStatus.dump().substr(0, 20));
     case Fault::Garbage:
         return Script::bytes("HTTP/1.1 400 Bad Request\r\n\r\n\xff\xfe");
-    case Fault::AnswerAndStayOpen: {
+    case Fault::StayOpen: {
         Script script = healthy(line);
         script.hang = true;
         return script;
@@ -169,7 +156,7 @@ private slots:
         QTest::newRow("hangs") << Fault::Hang << false;
         QTest::newRow("trickles a byte every 100 ms") << Fault::Trickle << false;
         QTest::newRow("answers garbage") << Fault::Garbage << false;
-        QTest::newRow("answers and keeps the connection") << Fault::AnswerAndStayOpen << true;
+        QTest::newRow("answers and keeps the connection") << Fault::StayOpen << true;
         QTest::newRow("killed and restarted") << Fault::Killed << false;
     }
 
@@ -214,7 +201,7 @@ private slots:
     void failedExchangesLeaveNothingBehind()
     {
         AppModel* model = companion->model();
-        const std::array kinds{Fault::CloseWithoutAnswer, Fault::CloseMidReply, Fault::Garbage};
+        const std::array kinds{Fault::CloseEarly, Fault::CloseMidReply, Fault::Garbage};
         int sent = 0;
         GapMeter gaps;
         const auto failMany = [&](int count) {

@@ -284,7 +284,6 @@ private slots:
         QVERIFY(f.refresh());
         f.desktop.loginItem->on = running;
         ui::ActionsMenu menu(f.model.get());
-        menu.reloadLoginItem();
         menu.popup(QPoint(10, 10));
         QVERIFY(QTest::qWaitForWindowExposed(&menu));
         menu.setActiveAction(menu.openLogAction());

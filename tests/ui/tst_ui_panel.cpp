@@ -106,23 +106,15 @@ private slots:
 
     void iconPositionIsTrustedOnlyWhereItIsTheScreens()
     {
-        const auto pointer = [] { return QPoint(7, 7); };
-        const QRect reported(QPoint(1150, 12), QSize(1, 1));
-        const QRect atPointer(QPoint(7, 7), QSize(1, 1));
-        struct Row
-        {
-            QPoint click;
-            DesktopKind desktop;
-            std::optional<QRect> anchor;
+        const auto anchor = [](QPoint click, DesktopKind desktop) {
+            return iconAnchor(click, desktop, [] { return QPoint(7, 7); }); // the pointer
         };
-        for (const Row& row : {
-                 Row{{1150, 12}, {false, true}, reported},  // X11 tray
-                 Row{{}, {false, true}, atPointer},         // X11, no position given
-                 Row{{1150, 12}, {true, true}, reported},   // Plasma, GNOME Shell
-                 Row{{9, 13}, {true, false}, std::nullopt}, // waybar: inside its icon
-                 Row{{}, {true, true}, std::nullopt},       // Wayland: the pointer is stale
-             })
-            QCOMPARE(iconAnchor(row.click, row.desktop, pointer), row.anchor);
+        const QRect reported(QPoint(1150, 12), QSize(1, 1));
+        QCOMPARE(anchor({1150, 12}, {false, true}), reported);                 // X11 tray
+        QCOMPARE(anchor({}, {false, true}), QRect(QPoint(7, 7), QSize(1, 1))); // X11, no position
+        QCOMPARE(anchor({1150, 12}, {true, true}), reported);                  // Plasma, GNOME
+        QCOMPARE(anchor({9, 13}, {true, false}), std::nullopt); // waybar: inside its icon
+        QCOMPARE(anchor({}, {true, true}), std::nullopt);       // Wayland: the pointer is stale
     }
 
     void panelWindowFitsTheScreenAndClosesWhenItShould()
