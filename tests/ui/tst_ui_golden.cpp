@@ -85,8 +85,7 @@ QString line(QAccessibleInterface* node, int depth)
     return out;
 }
 
-// Fails unless `text` and `shown` are golden/<name>.txt and .png, leaving the actual pair beside
-// the build.
+// Fails unless `text` and `shown` are golden/<name>.txt and .png; leaves the actual ones here.
 void compare(const QString& name, const QString& text, const QImage& shown)
 {
     const QString golden = GOLDEN "/" + name, actual = QDir::current().filePath(name + ".actual");
@@ -148,8 +147,7 @@ private slots:
         QTest::addColumn<QPalette>("palette");
         const QPalette fusion = QApplication::style()->standardPalette();
         QTest::newRow("full") << Setup([](UiFixture&, ui::MenuView&) {}) << fusion;
-        // A dark theme, and a light one whose highlight alone is 2.3:1 on its window: the rings
-        // must still stand out.
+        // Rings that stand out on a dark theme and where the highlight is 2.3:1 on the window.
         const Setup ring = [](UiFixture&, ui::MenuView& menu) {
             menu.phonesView()->row("p1")->trashButton()->setFocus(Qt::TabFocusReason);
         };

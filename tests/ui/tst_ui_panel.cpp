@@ -135,8 +135,7 @@ private slots:
         QVERIFY(settled() && fitsContent(panel, *menu));
         QVERIFY(panel.height() <= panel.screen()->availableGeometry().height());
 
-        // The header, "Pair a Phone…" and the sessions stay in the panel; the rows scroll, and a
-        // phone's button reached by the keyboard scrolls into view.
+        // Header, "Pair a Phone…" and sessions stay; rows scroll, also to a button Tab reaches.
         const auto inside = [&](const QWidget* w) {
             return w->isVisible() && w->height() > 0 &&
                    panel.rect().contains(QRect(w->mapTo(&panel, QPoint()), w->size()));
@@ -150,8 +149,7 @@ private slots:
         last->setFocus();
         QVERIFY(rows->rect().contains(QRect(last->mapTo(rows, QPoint()), last->size())));
 
-        // A click elsewhere takes the focus away and closes it; that same click on the icon
-        // also arrives as an activation: ignored.
+        // A click elsewhere closes it; the same click on the icon, also an activation, is ignored.
         QEvent deactivate(QEvent::WindowDeactivate);
         QApplication::sendEvent(&panel, &deactivate);
         QVERIFY(!panel.isVisible());
@@ -175,8 +173,7 @@ private slots:
         QTest::mousePress(&panel, Qt::LeftButton, {}, QPoint(-5, 5));
         QVERIFY(!panel.isVisible());
 
-        // Without a tray, an ordinary window "harkline" that stays open without the focus and
-        // says when the user closes it.
+        // Without a tray: a window "harkline", open without the focus, saying when it is closed.
         panel.setMode(PanelWindow::Mode::Window);
         QSignalSpy closed(&panel, &PanelWindow::windowClosed);
         panel.openAt({});
@@ -270,8 +267,8 @@ private slots:
     {
         Panel p;
         ActionsMenu* menu = p.view.header()->actionsMenu();
-        // Each opening asks for a detailed refresh and reads the login item for the switch,
-        // which then follows only the user, also when the change fails.
+        // Each opening refreshes in detail and reads the login item; then only the user moves the
+        // switch, also when the change fails.
         QSignalSpy refreshes(p.f.model.get(), &AppModel::refreshStarted);
         const int sessions = p.f.daemon.count("sessions");
         p.f.desktop.loginItem->on = true;
@@ -307,9 +304,7 @@ private slots:
         QVERIFY(settle(*p.f.model));
         const int runs = p.f.service->runs;
 
-        // Return presses the button that has the focus; anywhere else it is "Start Service",
-        // whose notice goes at once, before the start's own outcome (which may bring a new
-        // one).
+        // Return presses the focused button, else "Start Service", whose notice goes at once.
         QApplication::setActiveWindow(&p.view);
         QVERIFY(QTest::qWaitForWindowActive(&p.view));
         nr->openLogButton()->setFocus();

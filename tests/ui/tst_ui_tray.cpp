@@ -198,8 +198,7 @@ private slots:
         QVERIFY(QTest::qWaitFor([&] { return daemon.count("sessions") > opened; }, 5000));
         QCOMPARE(companion.process.state(), QProcess::Running);
 
-        // The open panel's icon follows the daemon; waiting asks for attention, in a tooltip
-        // that cannot be markup.
+        // The open panel's icon follows the daemon; waiting asks for attention (tooltip no markup).
         daemon.set([](ScriptedDaemon& d) {
             d.status["pending"] = 2;
             d.status["name"] = "<b>lab</b>";
