@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# desk-test.sh DESKTOP ICON_X ICON_Y PLATFORM...: the companion on a real desktop from the desk kit,
-# with its own tray host and input path: the item registers, a click on the icon opens the panel,
-# and Escape, a click elsewhere and the icon each close it. Exit 77 (skipped) without kit or root.
+# desk-test.sh DESKTOP ICON_X ICON_Y PLATFORM...: on a desk kit desktop the item registers, a click
+# on the icon opens the panel, Escape, a click elsewhere and the icon close it. 77: no kit or root.
 set -uo pipefail
 desktop=$1 ix=$2 iy=$3 && shift 3
 : "${HARKLINE_MENUBAR:?}" "${HARKLINE_DEMO_DAEMON:?}"
@@ -25,25 +24,24 @@ registered() {
     org.freedesktop.DBus.Properties.Get string:org.kde.StatusNotifierWatcher string:RegisteredStatusNotifierItems |
     grep -q "StatusNotifierItem-"
 }
-gone() { ! registered; }
-# Whether the panel is mapped: from the compositor's tree on sway, from X elsewhere.
+# The panel mapped: in sway's tree, or on X.
 shown() {
   [ "$desktop" = sway ] && { run swaymsg -t get_tree | grep -q '"name": "harkline"'; return; }
   run xdotool search --onlyvisible --name '^harkline$' >/dev/null
 }
 hidden() { ! shown; }
+gone() { ! registered; }
 x_focused() { [ "$(run xdotool getwindowfocus getwindowname)" = harkline ]; }
-# sway's virtual keyboard (wtype) reaches Wayland clients but here never an XWayland one: there
-# the key goes in through XTEST, once the X server says the panel has the keyboard focus.
+# sway's wtype never reaches an XWayland client: XTEST, once X gives the panel the focus.
 escape() {
   [ "$desktop/$platform" != sway/xcb ] && { act key Escape; return; }
   within 50 x_focused || fail "no keyboard focus within 5 s"
   run xdotool key Escape
 }
-# step STATE WHAT CMD...: after CMD, the panel is STATE within 5 s. A person takes a moment
-# between seeing the panel and acting; the window manager gives it the focus in that moment.
+# step STATE WHAT CMD...: after CMD, the panel is STATE within 5 s; the pause is a person's, in
+# which the window manager gives the panel the focus.
 step() { sleep 0.5; "${@:3}"; within 50 "$1" || fail "$2"; }
-# A point far from the icon and from the panel, which opens by the icon or mid-screen.
+# Far from the icon and the panel (by the icon or mid-screen).
 ox=40 oy=$((iy < 400 ? 700 : 100))
 
 "$desk" run -b "$id" -- "$bin/$(basename "$HARKLINE_DEMO_DAEMON")" >/dev/null 2>&1

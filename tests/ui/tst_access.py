@@ -1,7 +1,6 @@
 #!/usr/bin/python3
-"""The companion as keyboard and screen-reader users meet it: the real program under Xvfb, opened
-from a tray host, driven by key presses and read through AT-SPI.   (exit 77: skipped)
-Usage: tst_access.py MENUBAR DEMO_DAEMON"""
+"""tst_access.py MENUBAR DEMO_DAEMON: the program under Xvfb, opened from a tray host, driven by
+keys and read through AT-SPI, as keyboard and screen-reader users meet it. Exit 77: skipped."""
 
 import os, re, shutil, subprocess, sys, tempfile, time  # noqa: E401
 
@@ -72,15 +71,13 @@ class Session:
             e = {"t": time.monotonic(), "type": kind, "role": source.getRoleName(),
                  "name": (source.name or "").translate(ISOLATES)}
             if kind.endswith("showing") and e["role"] == "notification" and event.detail1:
-                # The waiting-prompts count, which the demo changes on its own schedule, apart.
-                said = source[0].name.translate(ISOLATES)
+                said = source[0].name.translate(ISOLATES)  # the count apart: the demo's own schedule
                 e["count" if said.endswith("waiting for an answer") else "said"] = said
             if kind.endswith("focused") and event.detail1:
                 checked = source.getState().contains(pyatspi.STATE_CHECKED)
                 self.focus = (e["role"], e["name"], source.description, checked)
             if "accessible-" in kind:
-                # Read back on arrival, so the events of one update look alike; a value sent again
-                # by a later update (a refresh) is the noise to catch.
+                # A value sent again by a later update (a refresh) is the noise to catch.
                 value, key = source.name if kind.endswith("name") else source.description, (source.path, kind)
                 last = self.names.get(key)
                 e["unchanged"] = bool(last) and last[1] == value and e["t"] - last[0] > 1

@@ -1,5 +1,4 @@
-// The phones section (confirmation in place, pairing button) and the sessions list (unfolding by
-// id with the mouse, the keys and a screen reader's action).
+// The phones' confirmation in place and the sessions list unfolding by id: mouse, keys, AT-SPI.
 
 #include "ModelKit.h"
 #include "PhoneRow.h"
@@ -19,10 +18,11 @@ using namespace harkline::ui;
 
 namespace {
 
-ClaudeSession record(const char* id, const char* state, const char* title = "Title",
-                     const char* project = "proj")
+ClaudeSession record(const char* id, const char* state, std::string lastText = "")
 {
-    return ClaudeSession(session(id, state, title, project));
+    ClaudeSession s(session(id, state, "Title"));
+    s.lastText = std::move(lastText);
+    return s;
 }
 
 } // namespace
@@ -57,7 +57,7 @@ private slots:
         view.row("p2")->cancelButton()->click();
         QCOMPARE(confirming(), QStringList());
         // Escape takes the question back; the focus goes to Cancel and back to the trash button,
-        // not on down the panel as hiding a focused button would send it.
+        // not on down the panel.
         QVERIFY(QTest::qWaitForWindowActive(&view));
         view.row("p2")->trashButton()->setFocus();
         view.row("p2")->trashButton()->click();
@@ -67,8 +67,7 @@ private slots:
         QCOMPARE(QApplication::focusWidget(), view.row("p2")->trashButton());
         QCOMPARE(f.daemon.count("revoke"), 0);
 
-        // "Remove" closes the confirmation before the daemon answers; the row stays until the
-        // list without it arrives.
+        // "Remove" closes the question at once; the row stays until a list without it arrives.
         view.row("p1")->trashButton()->click();
         view.row("p1")->removeButton()->click();
         QCOMPARE(confirming(), QStringList());
@@ -78,8 +77,7 @@ private slots:
         QCOMPARE(std::count(sent.begin(), sent.end(), "{\"cmd\":\"revoke\",\"id\":\"p1\"}\n"), 1);
         QCOMPARE(f.daemon.count("pair"), 1);
 
-        // A confirmation follows the phone's id through a reload that reorders the list; screen
-        // readers meet the rows in the new order.
+        // The question follows the phone's id through a reordering reload; so does the tab order.
         view.row("p2")->trashButton()->click();
         f.daemon.set([](ScriptedDaemon& d) {
             d.devices =
@@ -95,13 +93,11 @@ private slots:
         QVERIFY(view.rowCount() == 1 && !view.row("p1") && !view.row("p2"));
     }
 
-    void unfoldingByClickAndKeysFollowsTheId()
+    void unfoldingByClickKeysAndActionFollowsTheId()
     {
-        ClaudeSession a = record("a", "working");
-        a.lastText = "first line\nsecond " + std::string(600, 'w');
-        ClaudeSession b = record("b", "waiting");
-        b.lastText = "short";
-        ClaudeSession c = record("c", "ended"); // no last text
+        const ClaudeSession a =
+            record("a", "working", "first line\nsecond " + std::string(600, 'w'));
+        const ClaudeSession b = record("b", "waiting", "short"), c = record("c", "ended");
         SessionsView view;
         view.resize(312, 300);
         view.setSessions({a, b, c});
@@ -114,8 +110,7 @@ private slots:
         QCOMPARE(view.expanded(), std::optional<std::string>("a"));
         QVERIFY(view.showsLastText(0));
 
-        // The keys act on the current row: Down moves; Return, Enter and Space fold and unfold,
-        // and another row unfolding folds the first.
+        // Keys act on the current row: Return, Enter and Space (un)fold it, and fold the other.
         QCOMPARE(view.currentRow(), 0);
         QTest::keyClick(&view, Qt::Key_Down);
         QCOMPARE(view.currentRow(), 1);
@@ -133,8 +128,7 @@ private slots:
         QVERIFY(!view.showsLastText(2));
         QCOMPARE(view.contentHeight(312), 3 * folded + 2 * 8);
 
-        // Reordered and replaced lists keep the unfolded and the current id; a session that
-        // leaves and comes back is unfolded again.
+        // Reordered and replaced lists keep the unfolded and the current id, also one that left.
         view.toggle("a");
         view.setSessions({c, b, a});
         QVERIFY(view.showsLastText(2));
@@ -146,30 +140,23 @@ private slots:
         view.setSessions({a, a});
         QCOMPARE(view.count(), 2);
         QVERIFY(view.showsLastText(0) && !view.showsLastText(1));
-        // The keyboard stays on its session; when that one leaves, on the row now in its place.
+        // When the current session leaves, the current row is the one in its place.
         view.setSessions({a, b, c});
         QTest::keyClick(&view, Qt::Key_End);
         view.setSessions({a, b});
         QCOMPARE(view.currentRow(), 1);
-    }
 
-    void rowsUnfoldForScreenReaders()
-    {
-        // A huge title is cut to what a line can show, at a character boundary.
-        ClaudeSession a = record("a", "working");
-        a.title = std::string(2047, 't') + "\u00e9" + std::string(3000, 't');
-        a.lastText = "Done.";
-        SessionsView view;
-        view.resize(312, 300);
-        view.setSessions({a, record("b", "ended")});
-        view.show();
+        // For screen readers: a huge title cut at a character boundary, and a toggle action.
+        ClaudeSession huge = record("h", "working", "Done.");
+        huge.title = std::string(2047, 't') + "\u00e9" + std::string(3000, 't');
+        view.setSessions({huge, c});
         QAccessibleInterface* list = QAccessible::queryAccessibleInterface(&view);
         QAccessibleInterface* row = list->child(0);
         QCOMPARE(list->indexOfChild(row), 0);
         QCOMPARE(list->childAt(row->rect().center().x(), row->rect().center().y()), row);
         QCOMPARE(row->text(QAccessible::Name), QString(2047, 't'));
         row->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
-        QVERIFY(row->state().expanded && view.expanded() == std::optional<std::string>("a"));
+        QVERIFY(row->state().expanded && view.expanded() == std::optional<std::string>("h"));
         QVERIFY(row->text(QAccessible::Description).endsWith(". Done."));
         // A row with nothing to unfold never says it is unfolded.
         list->child(1)->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());

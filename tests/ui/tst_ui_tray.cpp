@@ -1,7 +1,5 @@
-// The companion as a program on a real X server (Xvfb) with a private session bus and a tray
-// host of our own: it registers its item also when the host comes late, its icon follows the
-// daemon, and activating the item (or starting the program again) opens the panel, which asks
-// for a detailed refresh.
+// The program on Xvfb with a private session bus and our own tray host: its item registers also
+// with a late host, its icon follows the daemon, and Activate or a second start opens the panel.
 
 #include "Looks.h"
 #include "ModelKit.h"
@@ -16,13 +14,14 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
+#include <map>
+
 using namespace harkline;
 using namespace harkline::test;
 
 namespace {
 
-// The first image of an IconPixmap property as busctl prints it: [[width, height, [ARGB bytes
-// in network order]], ...].
+// The first image of IconPixmap as busctl prints it: [[width, height, [ARGB, network order]]].
 QImage firstPixmap(const QJsonArray& pixmaps)
 {
     const QJsonArray first = pixmaps.at(0).toArray(), argb = first.at(2).toArray();
@@ -34,28 +33,26 @@ QImage firstPixmap(const QJsonArray& pixmaps)
     return image;
 }
 
-// Which of the three bells an image shows: the one whose own drawing it is closest to.
+// The bell whose own drawing the image is closest to.
 QString bellIn(const QImage& image)
 {
-    QString best;
-    qint64 bestDistance = -1;
+    std::map<qint64, QString> byDistance;
     for (const char* name : {"bell", "bell.badge", "bell.slash"}) {
-        const QImage expected = ui::looks::traySymbol(name)
-                                    .pixmap(image.size())
-                                    .toImage()
-                                    .convertToFormat(QImage::Format_ARGB32);
+        const QImage want = ui::looks::traySymbol(name)
+                                .pixmap(image.size())
+                                .toImage()
+                                .convertToFormat(QImage::Format_ARGB32);
         qint64 distance = 0;
-        for (int y = 0; y < image.height(); ++y)
-            for (int x = 0; x < image.width(); ++x)
-                distance += std::abs(qAlpha(image.pixel(x, y)) - qAlpha(expected.pixel(x, y))) +
-                            std::abs(qGray(image.pixel(x, y)) - qGray(expected.pixel(x, y)));
-        if (bestDistance < 0 || distance < bestDistance)
-            bestDistance = distance, best = name;
+        for (int i = 0; i < image.width() * image.height(); ++i) {
+            const QRgb a = image.pixel(i % image.width(), i / image.width());
+            const QRgb b = want.pixel(i % image.width(), i / image.width());
+            distance += std::abs(qAlpha(a) - qAlpha(b)) + std::abs(qGray(a) - qGray(b));
+        }
+        byDistance.emplace(distance, name);
     }
-    return best;
+    return byDistance.begin()->second;
 }
 
-// A program kept until the end of the test; stopped and reaped on the way out.
 struct Child
 {
     QProcess process;
@@ -83,19 +80,12 @@ class TrayTest : public QObject
     Child m_bus;
     QString m_display;
     QString m_busAddress;
+    QProcessEnvironment m_env; // over the test's own, whose HOME each test sets
 
     void startCompanion(Child& companion)
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.remove("QT_QPA_PLATFORM");
-        env.insert("DISPLAY", m_display);
-        env.insert("DBUS_SESSION_BUS_ADDRESS", m_busAddress);
-        // A runtime folder of its own: a companion the user runs must not answer for this one.
-        const QString runtime = m_dir.filePath("runtime");
-        QDir().mkpath(runtime);
-        QFile::setPermissions(runtime, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                           QFileDevice::ExeOwner);
-        env.insert("XDG_RUNTIME_DIR", runtime);
+        env.insert(m_env);
         companion.process.setProcessEnvironment(env);
         companion.process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         companion.process.start(HARKLINE_MENUBAR);
@@ -131,23 +121,27 @@ private slots:
             QSKIP("needs Xvfb and dbus-daemon (packages xvfb and dbus)");
         QVERIFY(QFileInfo::exists(HARKLINE_MENUBAR));
 
-        // A display number nobody uses.
-        for (int n = 90 + (QCoreApplication::applicationPid() % 50); n < 200; ++n)
-            if (!QFileInfo::exists(QString("/tmp/.X11-unix/X%1").arg(n)) &&
-                !QFileInfo::exists(QString("/tmp/.X%1-lock").arg(n))) {
-                m_display = QString(":%1").arg(n);
-                break;
-            }
-        m_xvfb.process.start(xvfb, {m_display, "-screen", "0", "1280x800x24", "-nolisten", "tcp"});
-        QVERIFY(m_xvfb.process.waitForStarted());
-        QVERIFY(QTest::qWaitFor(
-            [&] { return QFileInfo::exists("/tmp/.X11-unix/X" + m_display.mid(1)); }, 10000));
+        // Xvfb picks a free display and says which when it is ready.
+        m_xvfb.process.start(
+            xvfb, {"-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten", "tcp"});
+        QVERIFY(QTest::qWaitFor([&] { return m_xvfb.process.canReadLine(); }, 10000));
+        m_display = ":" + QString::fromLatin1(m_xvfb.process.readLine()).trimmed();
 
         const QString busPath = m_dir.filePath("bus");
         m_busAddress = "unix:path=" + busPath;
         m_bus.process.start(dbus, {"--session", "--nofork", "--address=" + m_busAddress});
         QVERIFY(m_bus.process.waitForStarted());
         QVERIFY(QTest::qWaitFor([&] { return QFileInfo::exists(busPath); }, 10000));
+
+        m_env.insert("QT_QPA_PLATFORM", "xcb");
+        m_env.insert("DISPLAY", m_display);
+        m_env.insert("DBUS_SESSION_BUS_ADDRESS", m_busAddress);
+        // A runtime folder of its own: a companion the user runs must not answer for this one.
+        QVERIFY(QDir().mkpath(m_dir.filePath("runtime")));
+        QFile::setPermissions(m_dir.filePath("runtime"), QFileDevice::ReadOwner |
+                                                             QFileDevice::WriteOwner |
+                                                             QFileDevice::ExeOwner);
+        m_env.insert("XDG_RUNTIME_DIR", m_dir.filePath("runtime"));
     }
 
     void registersWithHostsEarlyAndLate()
@@ -155,8 +149,7 @@ private slots:
         TestHome home;
         ScriptedDaemon daemon;
 
-        // A host that is there before the companion.
-        {
+        { // a host there before the companion
             QDBusConnection bus = QDBusConnection::connectToBus(m_busAddress, "early");
             SniWatcher watcher;
             QVERIFY(watcher.publish(bus));
@@ -164,12 +157,10 @@ private slots:
             startCompanion(companion);
             QVERIFY(QTest::qWaitFor([&] { return !watcher.registered().isEmpty(); }, 10000));
             companion.stop();
-            bus.unregisterService("org.kde.StatusNotifierWatcher");
-            bus.unregisterObject("/StatusNotifierWatcher");
         }
         QDBusConnection::disconnectFromBus("early");
 
-        // A host that comes up after the companion: the icon appears without a restart.
+        // A host that comes after: the icon appears without a restart.
         Child companion;
         startCompanion(companion);
         QTest::qWait(1500);
@@ -186,14 +177,13 @@ private slots:
         QCOMPARE(property(item, "Status").toString(), QString("Active"));
         QCOMPARE(daemon.count("sessions"), 0);
 
-        // The host draws our menu; opening the panel comes first.
+        // The host draws our menu, opening the panel first.
         const QJsonValue layout =
             busctl({"call", item.service, "/MenuBar", "com.canonical.dbusmenu", "GetLayout", "iias",
                     "0", "-1", "0"});
         QCOMPARE(layout[1][2][0]["data"][1]["label"]["data"].toString(), QString("Open harkline"));
 
-        // Activating the item opens the panel, and the panel asks for the whole picture; a
-        // second start of the program opens it too, and leaves.
+        // Activate opens the panel, which asks for everything; a second start opens it and leaves.
         const QStringList activate{
             "call",     item.service, item.path, "org.kde.StatusNotifierItem",
             "Activate", "ii",         "640",     "10"};
@@ -208,9 +198,7 @@ private slots:
         QVERIFY(QTest::qWaitFor([&] { return daemon.count("sessions") > opened; }, 5000));
         QCOMPARE(companion.process.state(), QProcess::Running);
 
-        // While the panel is open the icon follows the daemon within a refresh or two; waiting
-        // sessions and prompts ask for attention, and the tooltip says so in text that cannot
-        // be markup.
+        // The open panel's icon follows the daemon; waiting asks for attention (tooltip no markup).
         daemon.set([](ScriptedDaemon& d) {
             d.status["pending"] = 2;
             d.status["name"] = "<b>lab</b>";
