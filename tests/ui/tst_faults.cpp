@@ -1,6 +1,6 @@
 // The Companion, panel open, against a daemon that misbehaves one way at a time: the main thread
-// keeps turning, the panel says what is true during and one refresh after the fault, and 2,000
-// failed exchanges leave no descriptor or thread behind. Other malformed replies: tst_daemon.
+// keeps turning, and the panel says what is true during and one refresh after the fault. Other
+// malformed replies, and the descriptors an exchange leaves: tst_daemon.
 
 #include "AppModel.h"
 #include "Companion.h"
@@ -16,7 +16,6 @@
 #include <QTest>
 
 #include <atomic>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <unistd.h>
@@ -32,7 +31,7 @@ namespace {
 constexpr qint64 kMaxGapMs = 500;
 constexpr int kRefreshPeriodMs = 3000; // panel open
 
-enum class Fault { None, Hang, Trickle, CloseEarly, CloseMidReply, Garbage, StayOpen, Killed };
+enum class Fault { None, Hang, Trickle, Garbage, StayOpen, Killed };
 
 const Json kStatus = {
     {"ok", true},   {"name", "harkline"}, {"port", 7420}, {"hosts", Json::array({"192.168.1.5"})},
@@ -56,10 +55,6 @@ Script faulty(Fault fault, const std::string& line)
         script.gap = 100ms;
         return script;
     }
-    case Fault::CloseEarly:
-        return Script::closeWithoutAnswer();
-    case Fault::CloseMidReply:
-        return Script::bytes(kStatus.dump().substr(0, 20));
     case Fault::Garbage:
         return Script::bytes("HTTP/1.1 400 Bad Request\r\n\r\n\xff\xfe");
     case Fault::StayOpen: {
@@ -101,12 +96,6 @@ struct GapMeter
         return met;
     }
 };
-
-int entries(const char* dir)
-{
-    return static_cast<int>(std::distance(std::filesystem::directory_iterator(dir),
-                                          std::filesystem::directory_iterator{}));
-}
 
 } // namespace
 
@@ -196,40 +185,6 @@ private slots:
                  "the panel did not recover within one refresh period");
         const qint64 worst = std::max(duringFault, after.worst);
         QVERIFY2(worst < kMaxGapMs, qPrintable(QString("main thread held %1 ms").arg(worst)));
-    }
-
-    void failedExchangesLeaveNothingBehind()
-    {
-        AppModel* model = companion->model();
-        const std::array kinds{Fault::CloseEarly, Fault::CloseMidReply, Fault::Garbage};
-        int sent = 0;
-        GapMeter gaps;
-        const auto failMany = [&](int count) {
-            for (int i = 0; i < count; ++i) {
-                fault = kinds[static_cast<std::size_t>(sent++) % kinds.size()];
-                model->refresh(false);
-                if (model->tasksInFlight() >= 24 &&
-                    !gaps.waitFor([&] { return model->tasksInFlight() < 8; }, 10000))
-                    return false;
-            }
-            return gaps.waitFor([&] { return model->tasksInFlight() == 0; }, 10000);
-        };
-        // Warm up first: the pool keeps idle threads for a while, which is not a leak.
-        QVERIFY(failMany(200));
-        const int fds = entries("/proc/self/fd");
-        const int threads = entries("/proc/self/task");
-        QVERIFY(failMany(2000));
-        QVERIFY(showsNotRunning());
-        // A leak would be 2,000; allowed: a timer refresh in flight, the pool grown to its 32.
-        const bool clean = QTest::qWaitFor(
-            [&] {
-                return entries("/proc/self/fd") <= fds + 8 &&
-                       entries("/proc/self/task") <= threads + 32;
-            },
-            5000);
-        QVERIFY(clean);
-        QVERIFY(gaps.worst < kMaxGapMs);
-        fault = Fault::None;
     }
 };
 

@@ -1,5 +1,6 @@
-// What pictures cannot show: where the panel opens and when it closes, long content within the
-// screen and scrolled, what keys and actions do, a stale lock.
+// The panel and its views, for what pictures cannot show: where the panel opens and when it
+// closes, long content within the screen and scrolled, what keys, clicks and actions do, the
+// phones' confirmation in place, the sessions unfolding by id, the pairing countdown and expiry.
 
 #include "Access.h"
 #include "ActionsMenu.h"
@@ -8,6 +9,7 @@
 #include "MenuView.h"
 #include "ModelKit.h"
 #include "NotRunningView.h"
+#include "PairingView.h"
 #include "PanelWindow.h"
 #include "PhoneRow.h"
 #include "PhonesView.h"
@@ -15,8 +17,11 @@
 #include "SingleInstance.h"
 #include "TrayHostWatcher.h"
 
+#include <QAccessible>
+#include <QApplication>
 #include <QLabel>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QScreen>
 #include <QScrollArea>
 #include <QScrollBar>
@@ -29,6 +34,7 @@ using namespace harkline;
 using namespace harkline::app;
 using namespace harkline::test;
 using namespace harkline::ui;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -71,6 +77,36 @@ struct Panel
 };
 
 const auto down = [](ScriptedDaemon& d) { d.running = false; };
+
+ClaudeSession record(const char* id, const char* state, std::string lastText = "")
+{
+    ClaudeSession s(session(id, state, "Title"));
+    s.lastText = std::move(lastText);
+    return s;
+}
+
+// A view on an offer with any picture (or none), its clock moved by hand.
+struct Shown
+{
+    UiFixture f;
+    DaemonTime now = DaemonTime(std::chrono::seconds(1'800'000'000));
+    PairingView view;
+
+    explicit Shown(std::chrono::duration<double> left, bool image = true)
+        : view(f.model.get(), offer(left, image))
+    {
+        view.setClock([this] { return now; });
+    }
+    Pairing offer(std::chrono::duration<double> left, bool image = true) const
+    {
+        Pairing p;
+        p.payload = "hk1:payload";
+        p.image = image ? QImage(29, 29, QImage::Format_Grayscale8) : QImage();
+        p.image.fill(0);
+        p.expires = now + left;
+        return p;
+    }
+};
 
 } // namespace
 
@@ -322,6 +358,213 @@ private slots:
         QCOMPARE(notices.first(), QString("(none)"));
         QVERIFY(QTest::qWaitFor([&] { return p.f.service->runs == runs + 1; }));
         QCOMPARE(p.f.desktop.fileOpener->opened.size(), 2);
+    }
+
+    void unpairingIsConfirmedInPlace()
+    {
+        UiFixture f;
+        f.daemon.set([](ScriptedDaemon& d) {
+            d.devices = Json::array({phone("p1", "Pixel"), phone("p2", "iPhone")});
+        });
+        QVERIFY(f.refresh());
+        PhonesView view(f.model.get());
+        view.show();
+        auto confirming = [&] {
+            QStringList ids;
+            for (int i = 0; i < view.rowCount(); ++i)
+                if (view.rowAt(i)->confirming())
+                    ids << QString::fromStdString(view.rowAt(i)->device().id);
+            return ids;
+        };
+
+        view.pairButton()->click();
+        view.row("p1")->trashButton()->click();
+        QCOMPARE(confirming(), QStringList{"p1"});
+        view.row("p2")->trashButton()->click(); // the confirmation moves
+        QCOMPARE(confirming(), QStringList{"p2"});
+        view.row("p2")->cancelButton()->click();
+        QCOMPARE(confirming(), QStringList());
+        // Escape takes the question back; the focus goes to Cancel and back to the trash button,
+        // not on down the panel.
+        QVERIFY(QTest::qWaitForWindowActive(&view));
+        view.row("p2")->trashButton()->setFocus();
+        view.row("p2")->trashButton()->click();
+        QCOMPARE(QApplication::focusWidget(), view.row("p2")->cancelButton());
+        QTest::keyClick(view.row("p2")->cancelButton(), Qt::Key_Escape);
+        QCOMPARE(confirming(), QStringList());
+        QCOMPARE(QApplication::focusWidget(), view.row("p2")->trashButton());
+        QCOMPARE(f.daemon.count("revoke"), 0);
+
+        // "Remove" closes the question at once; the row stays until a list without it arrives.
+        view.row("p1")->trashButton()->click();
+        view.row("p1")->removeButton()->click();
+        QCOMPARE(confirming(), QStringList());
+        QVERIFY(view.row("p1"));
+        QVERIFY(settle(*f.model));
+        const auto sent = f.daemon.daemon.requests();
+        QCOMPARE(std::count(sent.begin(), sent.end(), "{\"cmd\":\"revoke\",\"id\":\"p1\"}\n"), 1);
+        QCOMPARE(f.daemon.count("pair"), 1);
+
+        // The question follows the phone's id through a reordering reload; so does the tab order.
+        view.row("p2")->trashButton()->click();
+        f.daemon.set([](ScriptedDaemon& d) {
+            d.devices =
+                Json::array({phone("p2", "iPhone"), phone("p3", "Tablet"), phone("p1", "Pixel")});
+        });
+        QTest::failOnWarning(QRegularExpression("^(?!This plugin does not support).*"));
+        QVERIFY(f.refresh());
+        QCOMPARE(confirming(), QStringList{"p2"});
+        QCOMPARE(view.rowsArea()->widget()->findChildren<PhoneRow*>(Qt::FindDirectChildrenOnly),
+                 QList<PhoneRow*>({view.row("p2"), view.row("p3"), view.row("p1")}));
+        f.daemon.set([](ScriptedDaemon& d) { d.devices = Json::array({phone("p3", "Tablet")}); });
+        QVERIFY(f.refresh());
+        QVERIFY(view.rowCount() == 1 && !view.row("p1") && !view.row("p2"));
+    }
+
+    void unfoldingByClickKeysAndActionFollowsTheId()
+    {
+        const ClaudeSession a =
+            record("a", "working", "first line\nsecond " + std::string(600, 'w'));
+        const ClaudeSession b = record("b", "waiting", "short"), c = record("c", "ended");
+        SessionsView view;
+        view.resize(312, 300);
+        view.setSessions({a, b, c});
+        view.show();
+        const int folded = view.rowRect(0).height();
+
+        // A click in the gap between the texts and the badge counts as a click on the row.
+        QTest::mouseClick(view.viewport(), Qt::LeftButton, {},
+                          view.rowRect(0).topRight() + QPoint(-70, 3));
+        QCOMPARE(view.expanded(), std::optional<std::string>("a"));
+        QVERIFY(view.showsLastText(0));
+
+        // Keys act on the current row: Return, Enter and Space (un)fold it, and fold the other.
+        QCOMPARE(view.currentRow(), 0);
+        QTest::keyClick(&view, Qt::Key_Down);
+        QCOMPARE(view.currentRow(), 1);
+        QTest::keyClick(&view, Qt::Key_Return);
+        QCOMPARE(view.expanded(), std::optional<std::string>("b"));
+        QVERIFY(!view.showsLastText(0) && view.rowRect(0).height() == folded);
+        QTest::keyClick(&view, Qt::Key_Enter);
+        QCOMPARE(view.expanded(), std::nullopt);
+        QTest::keyClick(&view, Qt::Key_Space);
+        QCOMPARE(view.expanded(), std::optional<std::string>("b"));
+        // An unfolded row without a last text looks folded.
+        QTest::keyClick(&view, Qt::Key_End);
+        QTest::keyClick(&view, Qt::Key_Space);
+        QCOMPARE(view.expanded(), std::optional<std::string>("c"));
+        QVERIFY(!view.showsLastText(2));
+        QCOMPARE(view.contentHeight(312), 3 * folded + 2 * 8);
+
+        // Reordered and replaced lists keep the unfolded and the current id, also one that left.
+        view.toggle("a");
+        view.setSessions({c, b, a});
+        QVERIFY(view.showsLastText(2));
+        QCOMPARE(view.currentRow(), 0);
+        view.setSessions({b});
+        view.setSessions({a, b});
+        QVERIFY(view.showsLastText(0));
+        // Repeated ids (not sent by a sane daemon) still get a row each.
+        view.setSessions({a, a});
+        QCOMPARE(view.count(), 2);
+        QVERIFY(view.showsLastText(0) && !view.showsLastText(1));
+        // When the current session leaves, the current row is the one in its place.
+        view.setSessions({a, b, c});
+        QTest::keyClick(&view, Qt::Key_End);
+        view.setSessions({a, b});
+        QCOMPARE(view.currentRow(), 1);
+
+        // For screen readers: a huge title cut at a character boundary, and a toggle action.
+        ClaudeSession huge = record("h", "working", "Done.");
+        huge.title = std::string(2047, 't') + "\u00e9" + std::string(3000, 't');
+        view.setSessions({huge, c});
+        QAccessibleInterface* list = QAccessible::queryAccessibleInterface(&view);
+        QAccessibleInterface* row = list->child(0);
+        QCOMPARE(list->indexOfChild(row), 0);
+        QCOMPARE(list->childAt(row->rect().center().x(), row->rect().center().y()), row);
+        QCOMPARE(row->text(QAccessible::Name), QString(2047, 't'));
+        row->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+        QVERIFY(row->state().expanded && view.expanded() == std::optional<std::string>("h"));
+        QVERIFY(row->text(QAccessible::Description).endsWith(". Done."));
+        // A row with nothing to unfold never says it is unfolded.
+        list->child(1)->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+        QVERIFY(!list->child(1)->state().expanded && !row->state().expanded);
+    }
+
+    void countdown()
+    {
+        for (const auto& [left, line] :
+             {std::pair{299.9, "4:59"}, std::pair{1.0, "0:01"}, std::pair{4500.0, "75:00"}}) {
+            Shown s{std::chrono::duration<double>(left)};
+            QVERIFY(s.view.showsCode() && !s.view.showsExpired());
+            QCOMPARE(s.view.countdownLine(),
+                     QStringLiteral("Pair PC → scan. Expires in %1.").arg(line));
+        }
+    }
+
+    void expiresWhileShown()
+    {
+        QWidget panel;
+        const access::Announcer* said = new access::Announcer(&panel);
+        Shown s{2.5s};
+        s.view.setParent(&panel);
+        panel.show();
+        QApplication::setActiveWindow(&panel);
+        QVERIFY(QTest::qWaitForWindowActive(&panel));
+        s.view.copyButton()->setFocus();
+        s.now += 2s; // half a second left: below one whole second
+        QVERIFY(QTest::qWaitFor([&] { return s.view.showsExpired(); }, 2500));
+        QVERIFY(!s.view.showsCode());
+        QCOMPARE(said->text(), QString("This code has expired."));
+        // The button row is chosen when the view is rebuilt, not by the countdown.
+        QVERIFY(s.view.copyButton()->isVisible());
+        s.view.setPairing(s.offer(0.5s));
+        QVERIFY(s.view.copyButton()->isVisible());
+        s.now += 1s;
+        s.view.setPairing(s.offer(-0.5s));
+        QVERIFY(!s.view.copyButton()->isVisible());
+        QVERIFY(s.view.newCodeButton()->hasFocus());
+        QCOMPARE(said->count(), 1);
+
+        Shown noImage{100s, false};
+        QVERIFY(noImage.view.showsExpired());
+        QVERIFY(noImage.view.copyButton()->isVisibleTo(&noImage.view));
+    }
+
+    void returnPressesTheDefaultOnlyAndButtonsCallTheModel()
+    {
+        Shown s{100s};
+        s.view.show();
+        s.view.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&s.view));
+
+        // With "Copy Code" shown nothing is bound to Return: no copy, no new code.
+        s.f.model->startPairing(); // an offer in the model, so that a copy would show
+        QVERIFY(settle(*s.f.model));
+        QTest::keyClick(&s.view, Qt::Key_Return);
+        QVERIFY(settle(*s.f.model));
+        QCOMPARE(s.f.daemon.count("pair"), 1);
+        QVERIFY(s.f.desktop.clipboard->texts.isEmpty());
+        s.view.copyButton()->click();
+        QCOMPARE(s.f.desktop.clipboard->texts, QStringList{"hk1:pairing-payload"});
+        s.view.cancelButton()->click();
+        QVERIFY(!s.f.model->pairing());
+
+        // Expired: Return asks for a new code.
+        s.view.setPairing(s.offer(-1s));
+        QTest::keyClick(&s.view, Qt::Key_Return);
+        QVERIFY(settle(*s.f.model));
+        QVERIFY(s.f.daemon.count("pair") == 2 && s.f.model->pairing());
+
+        // Paired: Return is "Done", which closes the offer.
+        Pairing paired = s.offer(50s);
+        paired.pairedWith = "<b>Bob</b>'s\u009c phone\u202e"; // markup, a control, an override
+        s.view.setPairing(paired);
+        QVERIFY(s.view.showsPaired());
+        QCOMPARE(s.view.pairedLine(), QString("Paired with \u2068<b>Bob</b>'s\uFFFD phone\u2069"));
+        QTest::keyClick(&s.view, Qt::Key_Return);
+        QVERIFY(!s.f.model->pairing().has_value());
+        QVERIFY(settle(*s.f.model));
     }
 };
 
