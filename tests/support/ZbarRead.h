@@ -1,17 +1,22 @@
 #pragma once
 
 #include <QImage>
+#include <QPainter>
 #include <QProcess>
 #include <QTemporaryDir>
 
 namespace harkline::test {
 
-// What an independent decoder, zbarimg, reads from a QR code image: the payload's bytes.
-inline QByteArray zbarRead(const QImage& image)
+// What an independent decoder, zbarimg, reads from a QR code image drawn on white with a
+// `border` (the quiet zone a reader needs): the payload's bytes.
+inline QByteArray zbarRead(const QImage& code, int border)
 {
+    QImage framed(code.size() + QSize(2 * border, 2 * border), QImage::Format_RGB32);
+    framed.fill(Qt::white);
+    QPainter(&framed).drawImage(border, border, code);
     QTemporaryDir dir;
     const QString file = dir.filePath("code.png");
-    image.save(file);
+    framed.save(file);
     QProcess zbar;
     zbar.start("zbarimg", {"--nodbus", "--quiet", "--raw", "-Sbinary", file});
     zbar.waitForFinished(20000);

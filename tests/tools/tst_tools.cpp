@@ -73,17 +73,17 @@ QByteArray decodeTerminalQr(const QString& out)
             rows << line.mid(colours.size(), line.size() - colours.size() - reset.size());
     if (rows.isEmpty())
         return {};
-    QImage image(int(rows.front().size()) + 8, int(rows.size()) * 2 + 8, QImage::Format_Grayscale8);
+    QImage image(int(rows.front().size()), int(rows.size()) * 2, QImage::Format_RGB32);
     image.fill(Qt::white);
     for (int row = 0; row < rows.size(); ++row)
         for (int column = 0; column < rows[row].size(); ++column) {
             const QChar c = rows[row][column];
             if (c == QChar(0x2588) || c == QChar(0x2580)) // full block or upper half
-                image.setPixel(column + 4, row * 2 + 4, qRgb(0, 0, 0));
+                image.setPixel(column, row * 2, qRgb(0, 0, 0));
             if (c == QChar(0x2588) || c == QChar(0x2584)) // full block or lower half
-                image.setPixel(column + 4, row * 2 + 5, qRgb(0, 0, 0));
+                image.setPixel(column, row * 2 + 1, qRgb(0, 0, 0));
         }
-    return zbarRead(image.scaled(image.size() * 4));
+    return zbarRead(image.scaled(image.size() * 4), 16);
 }
 
 } // namespace

@@ -10,7 +10,6 @@
 #include "PanelWindow.h"
 #include "PhoneRow.h"
 #include "PhonesView.h"
-#include "SectionTitle.h"
 #include "SessionsView.h"
 
 #include <QAccessible>
@@ -235,36 +234,21 @@ private slots:
         compare(QTest::currentDataTag(), panel);
     }
 
-    // Every symbol at two sizes (drawn again, not blown up), the tray's bells on light and dark
-    // panels, and a caption with a letter whose capital is two.
+    // The tray's bells stand out on light and dark panels; an unknown symbol draws nothing. (The
+    // panel's own symbols are in its pictures.)
     void symbols()
     {
-        QImage sheet(12 * 44, 44 + 4 * 26 + 30, QImage::Format_RGB32);
-        sheet.fill(Qt::white);
-        QPainter painter(&sheet);
-        int x = 0;
-        for (const char* name :
-             {"bell", "bell.badge", "bell.slash", "exclamationmark.bubble.fill", "ellipsis.circle",
-              "arrow.triangle.2.circlepath", "exclamationmark.circle.fill", "stop.circle",
-              "checkmark.circle.fill", "iphone", "trash", "qrcode"}) {
-            ui::looks::symbol(name, Qt::black).paint(&painter, x, 0, 16, 16);
-            ui::looks::symbol(name, Qt::black).paint(&painter, x, 18, 24, 24);
-            x += 44;
-        }
         QVERIFY(ui::looks::symbol("no.such.symbol", Qt::black).isNull());
-        int y = 44;
-        for (QRgb panel : {0xffffffu, 0xfff0f0f0u, 0xff000000u, 0xff303030u}) {
-            painter.fillRect(0, y, sheet.width(), 26, QColor::fromRgb(panel));
+        QImage sheet(3 * 26, 2 * 26, QImage::Format_RGB32);
+        QPainter painter(&sheet);
+        for (int row = 0; row < 2; ++row) {
+            painter.fillRect(0, row * 26, sheet.width(), 26, row ? Qt::black : Qt::white);
             for (int i = 0; i < 3; ++i)
                 ui::looks::traySymbol(std::array{"bell", "bell.badge", "bell.slash"}[i])
-                    .paint(&painter, 2 + i * 26, y + 2, 22, 22);
-            y += 26;
+                    .paint(&painter, 2 + i * 26, row * 26 + 2, 22, 22);
         }
-        ui::SectionTitle caption("Straße");
-        caption.resize(caption.sizeHint());
-        caption.render(&painter, QPoint(0, y));
         painter.end();
-        compare("symbols", caption.text(), sheet);
+        compare("symbols", QString(), sheet);
     }
 
     void actionsMenu_data()
