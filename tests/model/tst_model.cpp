@@ -7,7 +7,6 @@
 #include "ModelKit.h"
 #include "QrCode.h"
 #include "RelativeTime.h"
-#include "WindowVisibility.h"
 #include "ZbarRead.h"
 
 #include <QClipboard>
@@ -318,23 +317,6 @@ private slots:
         }
     }
 
-    void loginToggleReportsFailures()
-    {
-        // The real entry, its folder blocked by a file: the failure is said, the state kept.
-        FakeDesktop desktop;
-        auto env = desktop.environment();
-        env.loginItem = std::make_shared<XdgAutostartLoginItem>("/usr/bin/harkline-menubar");
-        AppModel real(env);
-        const QString folder = home->path() + "/.config/autostart";
-        write(folder, "");
-        real.setOpensAtLogin(true);
-        QVERIFY(real.notice() && real.notice()->startsWith("Could not change the login item: "));
-        QVERIFY(real.notice()->contains(folder) && !real.opensAtLogin());
-        QFile::remove(folder);
-        real.setOpensAtLogin(true);
-        QVERIFY(real.opensAtLogin());
-    }
-
     void firstLaunchRegistersOnce()
     {
         const QString file = home->path() + "/settings.ini";
@@ -465,11 +447,7 @@ private slots:
              {QByteArray("harkline://pair?h=192.168.1.20&p=8080&k=Zm9vYmFy"),
               QByteArray("Café ☕ 東京 — Grüße 🙂"), QByteArray(1200, 'x').append("é")}) {
             const QImage code = qrCodeImage(payload.toStdString());
-            QVERIFY(!code.isNull());
-            QCOMPARE(code.width(), code.height());
-            QCOMPARE(code.width() % kQrModulePixels, 0);
-            QCOMPARE((code.width() / kQrModulePixels - 17) % 4, 0); // 21, 25, ... 177 modules
-            QCOMPARE(zbarRead(code, 10), payload);                  // the pairing view's border
+            QCOMPARE(zbarRead(code, 10), payload); // the pairing view's border
         }
         // Level M in 8-bit mode holds at most 2,331 bytes.
         QVERIFY(!qrCodeImage(std::string(2331, 'x')).isNull());
@@ -598,15 +576,6 @@ private slots:
         QCOMPARE(opened, QList<QUrl>{QUrl::fromLocalFile("/var/log/a b#1.log")});
         QtClipboard().setText("hk1:Grüße ☕");
         QCOMPARE(QGuiApplication::clipboard()->text(), "hk1:Grüße ☕");
-    }
-
-    void menuVisibility()
-    {
-        const WindowInfo tray{true, kTrayIconWindowClass};
-        QVERIFY(!anyMenuWindowVisible({}));
-        QVERIFY(!anyMenuWindowVisible({tray, {false, "QWidget"}}));
-        QVERIFY(anyMenuWindowVisible({tray, {true, "QWidget"}}));
-        QVERIFY(anyMenuWindowVisible({{true, "QSystemTrayIconSysX"}}));
     }
 
     void inert()
