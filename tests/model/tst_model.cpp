@@ -124,27 +124,6 @@ private slots:
                                                 "9:detailed", "15:summary"}));
     }
 
-    void pairingReplacesRefreshesAndStillTracksVisibility()
-    {
-        Rig r;
-        r.open();
-        QSignalSpy refreshes(&r.model, &AppModel::refreshStarted);
-        const int devicesBefore = r.daemon.count("devices");
-        for (int i = 0; i < 16; ++i) {
-            r.desktop.visible = i % 5 != 4; // opens and closes, crossing multiples of 3 and 15
-            QVERIFY(r.tick());              // a second apart, each poll ends before the next tick
-        }
-        QCOMPARE(refreshes.count(), 0);
-        QCOMPARE(r.daemon.count("devices") - devicesBefore, 16); // one poll per tick
-
-        // Closing the offer on the open panel refreshes once, and the next tick (17, not a
-        // multiple of 3) is not taken for a fresh opening.
-        r.model.stopPairing();
-        QCOMPARE(refreshes.count(), 1);
-        QVERIFY(r.tick());
-        QCOMPARE(refreshes.count(), 1);
-    }
-
     void refreshAppliesStatusThenListsOnlyWhenDetailed()
     {
         Rig r; // hidden: the first refresh was a summary
@@ -494,9 +473,6 @@ private slots:
         QVERIFY(
             readFile(entry).contains("\nExec=\"" + home->path().toUtf8() +
                                      "/hark line/\\\\\"menu\\\\\"\\\\$%%\\\\\\\\x\\n\\t\\r\"\n"));
-        QCOMPARE(XdgAutostartLoginItem::entryProgram(), odd);
-        // An entry from before TryExec: the program comes from Exec, line breaks and all.
-        write(entry, XdgAutostartLoginItem::entryText(odd).replace("TryExec=", "X-Old="));
         QCOMPARE(XdgAutostartLoginItem::entryProgram(), odd);
         write(entry, "[Desktop Entry]\nExec=harkline-menubar --flag\n");
         QCOMPARE(XdgAutostartLoginItem::entryProgram(), "harkline-menubar");
