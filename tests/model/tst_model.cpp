@@ -296,24 +296,17 @@ private slots:
         }
     }
 
+    // Once: a failed first try is not repeated.
     void firstLaunchRegistersOnce()
     {
-        const QString file = home->path() + "/settings.ini";
-        QSettings settings(file, QSettings::IniFormat);
+        QSettings settings(home->path() + "/settings.ini", QSettings::IniFormat);
         FakeLoginItem item;
         item.failure = "refused";
-        bool flagWrittenFirst = false;
-        item.duringRegistration = [&] {
-            flagWrittenFirst =
-                QSettings(file, QSettings::IniFormat).value(kOpenAtLoginDefaultAppliedKey).toBool();
-        };
         openAtLoginOnFirstLaunch(settings, item);
-        QVERIFY(item.registrations == 1 && flagWrittenFirst);
-        item.failure.reset();
-        openAtLoginOnFirstLaunch(settings, item); // a failed first try is not repeated
         QCOMPARE(item.registrations, 1);
-        QCOMPARE(item.statusReads, 0);
-        QVERIFY(!item.on);
+        item.failure.reset();
+        openAtLoginOnFirstLaunch(settings, item);
+        QVERIFY(item.registrations == 1 && item.statusReads == 0 && !item.on);
     }
 
     void startPairingOpensAnOffer()
@@ -436,7 +429,6 @@ private slots:
 
     void serviceTool()
     {
-        const QString out = home->path() + "/arg";
         QVERIFY(!runServiceCommand({"/bin/sh", {"-c", "kill -9 $$"}})); // killed: not a success
         // A tool that hangs is killed at the limit and counts as a failure.
         QElapsedTimer clock;
@@ -444,13 +436,6 @@ private slots:
         QVERIFY(!runServiceCommand({"/bin/sh", {"-c", "exec sleep 30"}},
                                    std::chrono::milliseconds(300)));
         QVERIFY(clock.elapsed() < 10000);
-        // No shell of ours in between: an argument arrives whole and unexpanded.
-        QVERIFY(runServiceCommand(
-            {"/bin/sh", {"-c", "printf %s \"$1\" > \"$2\"", "sh", "a b $HOME;true", out}}));
-        QCOMPARE(readFile(out), "a b $HOME;true");
-        // systemd is asked by absolute path.
-        const SystemdServiceManager systemd;
-        QVERIFY(QFileInfo(systemd.command(false).program).isAbsolute());
     }
 
     // The entry's folder follows an absolute XDG_CONFIG_HOME; its Exec quotes any path so that

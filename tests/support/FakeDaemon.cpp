@@ -79,16 +79,6 @@ void FakeDaemon::setHandler(Handler handler)
     handler_ = std::move(handler);
 }
 
-void FakeDaemon::setReplies(std::vector<std::pair<std::string, Json>> replies)
-{
-    setHandler([replies = std::move(replies)](const std::string& line) {
-        for (const auto& [name, reply] : replies)
-            if (name == commandOf(line))
-                return Script::answer(reply);
-        return Script::answer({{"ok", false}});
-    });
-}
-
 std::vector<std::string> FakeDaemon::requests() const
 {
     const std::lock_guard lock(mutex_);

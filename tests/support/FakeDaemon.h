@@ -39,8 +39,6 @@ public:
     {
         setHandler([script](const std::string&) { return script; });
     }
-    // Answer each command from a table of replies; a command not in the table gets "ok": false.
-    void setReplies(std::vector<std::pair<std::string, Json>> replies);
     // Accept connections and close them at once, before reading the request.
     void setCloseBeforeRead(bool on) { closeBeforeRead_ = on; }
 

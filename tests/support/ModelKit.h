@@ -27,7 +27,6 @@ struct FakeLoginItem final : LoginItem
     std::optional<QString> failure; // every change fails with this when set
     mutable int statusReads = 0;
     int registrations = 0;
-    std::function<void()> duringRegistration;
 
     bool enabled() const override
     {
@@ -37,8 +36,6 @@ struct FakeLoginItem final : LoginItem
     std::optional<QString> registerItem() override
     {
         ++registrations;
-        if (duringRegistration)
-            duringRegistration();
         return change(true);
     }
     std::optional<QString> unregisterItem() override { return change(false); }

@@ -2,7 +2,6 @@
 // keeps turning, and the panel says what is true during and one refresh after the fault. Other
 // malformed replies, and the descriptors an exchange leaves: tst_daemon.
 
-#include "AppModel.h"
 #include "Companion.h"
 #include "DaemonClient.h"
 #include "FakeDaemon.h"
@@ -17,7 +16,6 @@
 
 #include <atomic>
 #include <memory>
-#include <optional>
 #include <unistd.h>
 
 using namespace harkline;

@@ -202,13 +202,6 @@ private slots:
         QTest::keyClick(&panel, Qt::Key_Escape);
         QVERIFY(!panel.isVisible());
 
-        // Held pointer (X11): a press inside is the panel's own, one outside is a click elsewhere.
-        panel.openAt(icon);
-        QTest::mousePress(&panel, Qt::LeftButton, {}, QPoint(5, 5));
-        QVERIFY(panel.isVisible());
-        QTest::mousePress(&panel, Qt::LeftButton, {}, QPoint(-5, 5));
-        QVERIFY(!panel.isVisible());
-
         // Without a tray: a window "harkline", open without the focus, saying when it is closed.
         panel.setMode(PanelWindow::Mode::Window);
         QSignalSpy closed(&panel, &PanelWindow::windowClosed);

@@ -94,22 +94,6 @@ QString bellIn(const QImage& image)
     return byDistance.begin()->second;
 }
 
-struct Child
-{
-    QProcess process;
-    ~Child() { stop(); }
-    void stop()
-    {
-        if (process.state() == QProcess::NotRunning)
-            return;
-        process.terminate();
-        if (!process.waitForFinished(3000)) {
-            process.kill();
-            process.waitForFinished(3000);
-        }
-    }
-};
-
 } // namespace
 
 class TrayTest : public QObject
@@ -119,14 +103,14 @@ class TrayTest : public QObject
     QTemporaryDir m_dir;
     QProcessEnvironment m_env; // over the test's own, whose HOME each test sets
 
-    void startCompanion(Child& companion)
+    void startCompanion(QProcess& companion)
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(m_env);
-        companion.process.setProcessEnvironment(env);
-        companion.process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        companion.process.start(HARKLINE_MENUBAR);
-        QVERIFY(companion.process.waitForStarted());
+        companion.setProcessEnvironment(env);
+        companion.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        companion.start(HARKLINE_MENUBAR);
+        QVERIFY(companion.waitForStarted());
     }
 
     // What busctl says to `args` on the private bus: the data of its JSON answer.
@@ -168,7 +152,7 @@ private slots:
         ScriptedDaemon daemon;
 
         // A host that comes after: the icon appears without a restart.
-        Child companion;
+        QProcess companion; // killed when it goes out of scope
         startCompanion(companion);
         QTest::qWait(1500);
         SniWatcher watcher;
@@ -197,12 +181,12 @@ private slots:
         QVERIFY(QTest::qWaitFor([&] { return daemon.count("sessions") >= 1; }, 5000));
         QVERIFY(daemon.count("devices") >= 1);
         busctl(activate); // closed: the program stays, though its last window closed
-        Child second;
+        QProcess second;
         startCompanion(second);
-        QVERIFY(second.process.waitForFinished(5000) && second.process.exitCode() == 0);
+        QVERIFY(second.waitForFinished(5000) && second.exitCode() == 0);
         const int opened = daemon.count("sessions");
         QVERIFY(QTest::qWaitFor([&] { return daemon.count("sessions") > opened; }, 5000));
-        QCOMPARE(companion.process.state(), QProcess::Running);
+        QCOMPARE(companion.state(), QProcess::Running);
 
         // The open panel's icon follows the daemon; waiting asks for attention (tooltip no markup).
         daemon.set([](ScriptedDaemon& d) {
@@ -224,9 +208,10 @@ private slots:
         daemon.set([](ScriptedDaemon& d) { d.running = false; });
         QVERIFY(QTest::qWaitFor([&] { return shownBell(item) == "bell.slash"; }, 10000));
 
-        companion.stop();
-        QCOMPARE(companion.process.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(companion.process.exitCode(), 0);
+        companion.terminate();
+        QVERIFY(companion.waitForFinished(5000));
+        QCOMPARE(companion.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(companion.exitCode(), 0);
     }
 };
 
