@@ -1,7 +1,6 @@
 #pragma once
 
-// An AppModel on fakes of the desktop and a scriptable daemon, shared by the model's and the
-// views' suites.
+// An AppModel on fakes of the desktop and a scriptable daemon, for the model's and views' suites.
 
 #include "AppModel.h"
 #include "DaemonClient.h"
@@ -71,8 +70,7 @@ struct CountingServiceManager final : ServiceManager
     }
 };
 
-// The desktop as the tests see it: every piece a fake the test can steer. The timer is left
-// off: tests call tick() themselves.
+// Every piece of the desktop a fake the test steers; no timer: tests call tick() themselves.
 struct FakeDesktop
 {
     bool visible = false;
@@ -175,8 +173,7 @@ struct ScriptedDaemon
     int count(const std::string& cmd) const { return daemon.count(cmd); }
 };
 
-// One model against a scripted daemon in a temporary home, its clock the real one (the pairing
-// view counts down against the wall clock).
+// A model on a scripted daemon in a temporary home, on the wall clock the pairing view counts by.
 struct UiFixture
 {
     TestHome home;

@@ -7,8 +7,7 @@
 
 namespace harkline::test {
 
-// What an independent decoder, zbarimg, reads from a QR code image drawn on white with a
-// `border` (the quiet zone a reader needs): the payload's bytes.
+// The bytes zbarimg, an independent decoder, reads from a QR code framed by a white `border`.
 inline QByteArray zbarRead(const QImage& code, int border)
 {
     QImage framed(code.size() + QSize(2 * border, 2 * border), QImage::Format_RGB32);

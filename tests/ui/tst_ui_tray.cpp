@@ -4,10 +4,9 @@
 
 #include "Looks.h"
 #include "ModelKit.h"
+#include "SniWatcher.h"
 
 #include <QDBusConnection>
-#include <QDBusContext>
-#include <QDBusMessage>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -21,46 +20,6 @@ using namespace harkline;
 using namespace harkline::test;
 
 namespace {
-
-// As much of a desktop's org.kde.StatusNotifierWatcher as the companion uses: it records the
-// items that register and says a host is present.
-class SniWatcher : public QObject, protected QDBusContext
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
-
-public:
-    struct Item
-    {
-        QString service;
-        QString path;
-    };
-
-    bool hostRegistered() const { return true; }
-    const QList<Item>& registered() const { return m_items; }
-
-    bool publish()
-    {
-        QDBusConnection bus = QDBusConnection::sessionBus();
-        return bus.registerObject(QStringLiteral("/StatusNotifierWatcher"), this,
-                                  QDBusConnection::ExportAllContents) &&
-               bus.registerService(QStringLiteral("org.kde.StatusNotifierWatcher"));
-    }
-
-public slots:
-    // An item names its bus name (default path) or a path on the sender's connection.
-    void RegisterStatusNotifierItem(const QString& serviceOrPath)
-    {
-        if (serviceOrPath.startsWith(QLatin1Char('/')))
-            m_items << Item{message().service(), serviceOrPath};
-        else
-            m_items << Item{serviceOrPath, QStringLiteral("/StatusNotifierItem")};
-    }
-
-private:
-    QList<Item> m_items;
-};
 
 // The first image of IconPixmap as busctl prints it: [[width, height, [ARGB, network order]]].
 QImage firstPixmap(const QJsonArray& pixmaps)
