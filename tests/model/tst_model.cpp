@@ -7,6 +7,7 @@
 #include "ModelKit.h"
 #include "QrCode.h"
 #include "RelativeTime.h"
+#include "WindowVisibility.h"
 #include "ZbarRead.h"
 
 #include <QClipboard>
@@ -537,6 +538,15 @@ private slots:
         QCOMPARE(opened, QList<QUrl>{QUrl::fromLocalFile("/var/log/a b#1.log")});
         QtClipboard().setText("hk1:Grüße ☕");
         QCOMPARE(QGuiApplication::clipboard()->text(), "hk1:Grüße ☕");
+    }
+
+    // Any window of ours on screen but the X11 tray icon's own counts as the open panel.
+    void menuVisibility()
+    {
+        const WindowInfo tray{true, kTrayIconWindowClass};
+        QVERIFY(!anyMenuWindowVisible({}) && !anyMenuWindowVisible({tray, {false, "QWidget"}}));
+        QVERIFY(anyMenuWindowVisible({tray, {true, "QWidget"}}));
+        QVERIFY(anyMenuWindowVisible({{true, "QSystemTrayIconSysX"}}));
     }
 
     void inert()

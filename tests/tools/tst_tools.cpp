@@ -363,6 +363,16 @@ private slots:
         QVERIFY(daemon.waitForFinished(5000));
         QCOMPARE(daemon.exitCode(), 0);
         QVERIFY(!QFile::exists(QString::fromStdString(DaemonClient::socketPath())));
+
+        for (const char* mode : {"--garbage", "--hang"}) { // its fault modes look like their names
+            QProcess faulty;
+            faulty.start(DEMO_DAEMON, {mode});
+            QVERIFY(faulty.waitForReadyRead(5000));
+            QVERIFY_THROWS_EXCEPTION(DaemonClient::BadReply,
+                                     DaemonClient::request({{"cmd", "status"}}, 1));
+            faulty.terminate();
+            QVERIFY(faulty.waitForFinished(5000));
+        }
     }
 };
 

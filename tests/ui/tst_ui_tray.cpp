@@ -1,6 +1,6 @@
 // The program on Xvfb with a private session bus and our own tray host: its item registers
-// with a host that comes late, its icon follows the daemon, Activate or a second start opens
-// the panel. (A host there before the companion: tst_access.)
+// also with a host that comes late, its icon follows the daemon, Activate or a second start
+// opens the panel.
 
 #include "Looks.h"
 #include "ModelKit.h"
@@ -105,10 +105,21 @@ private slots:
         m_env.insert("XDG_RUNTIME_DIR", m_dir.filePath("runtime"));
     }
 
-    void registersWithALateHostAndFollowsTheDaemon()
+    void registersWithHostsEarlyAndLate()
     {
         TestHome home;
         ScriptedDaemon daemon;
+
+        { // a host there before the companion
+            SniWatcher early;
+            QVERIFY(early.publish());
+            QProcess first;
+            startCompanion(first);
+            QVERIFY(QTest::qWaitFor([&] { return !early.registered().isEmpty(); }, 10000));
+            first.terminate();
+            QVERIFY(first.waitForFinished(5000));
+        }
+        QDBusConnection::sessionBus().unregisterService("org.kde.StatusNotifierWatcher");
 
         // A host that comes after: the icon appears without a restart.
         QProcess companion; // killed when it goes out of scope
