@@ -1,7 +1,6 @@
-// The model and the desktop pieces under it, on fakes of the desktop and a scriptable daemon in
-// a fresh temporary home per test: the refresh cycle, pairing with its QR image read back by an
-// independent decoder, the user's actions and what they say, the Linux pieces, and the texts made
-// for people: daemon text made inert, relative times in English whatever the locale.
+// The model and the desktop pieces under it, on fakes of the desktop and a scriptable daemon in a
+// fresh home per test: the refresh cycle, pairing (its QR code read back by zbarimg), the user's
+// actions, the Linux pieces, inert daemon text and relative times in English in any locale.
 
 #include "DisplayText.h"
 #include "ModelKit.h"
@@ -22,7 +21,6 @@
 using namespace harkline;
 using namespace harkline::test;
 using namespace std::chrono_literals;
-using Script = FakeDaemon::Script;
 
 namespace {
 
@@ -193,7 +191,7 @@ private slots:
     void mainThreadStaysFreeWhileTheDaemonHangs()
     {
         auto daemon = std::make_unique<FakeDaemon>(DaemonClient::socketPath());
-        daemon->setHandler([](const std::string&) { return Script::never(); });
+        daemon->setHandler([](const std::string&) { return FakeDaemon::Script::never(); });
         FakeDesktop desktop;
         desktop.visible = true;
         AppModel model(desktop.environment());
@@ -225,25 +223,18 @@ private slots:
     {
         const QString notInstalled =
             "The service is not installed. Run `harkline install` in a terminal.";
-        struct Row
-        {
-            int tool; // -1 missing, else its exit status
-            bool daemonUp;
-            bool restart;
-            QString notice;
-            int refreshes;
-        };
-        for (const Row& row :
+        using Row = std::tuple<int, bool, bool, QString, int>;
+        for (const auto& [exit, daemonUp, restart, notice, refreshes] : // exit -1: no tool
              {Row{-1, false, false, notInstalled, 0}, Row{1, false, true, notInstalled, 0},
               Row{0, false, false, "The service did not start. See the log for the reason.", 1},
               Row{0, true, true, QString(), 1}}) {
             ScriptedDaemon daemon;
-            daemon.set([&](ScriptedDaemon& d) { d.running = row.daemonUp; });
-            const QString tool = home->path() + QStringLiteral("/systemctl%1").arg(row.tool);
-            if (row.tool >= 0) // records its arguments
+            daemon.set([up = daemonUp](ScriptedDaemon& d) { d.running = up; });
+            const QString tool = home->path() + QStringLiteral("/systemctl%1").arg(exit);
+            if (exit >= 0) // records its arguments
                 makeProgram(tool, QStringLiteral("#!/bin/sh\necho \"$@\" > \"$0.args\"\n"
                                                  "echo noise\nexit %1\n")
-                                      .arg(row.tool)
+                                      .arg(exit)
                                       .toUtf8());
             FakeDesktop desktop;
             auto env = desktop.environment();
@@ -253,17 +244,16 @@ private slots:
             QVERIFY(settle(model) && model.notice());
 
             QSignalSpy refreshSpy(&model, &AppModel::refreshStarted);
-            model.startService(row.restart);
+            model.startService(restart);
             QVERIFY(!model.notice()); // cleared before the tool has even run
             QVERIFY(settle(model));
             QTest::qWait(500); // past both waits (50 ms and 300 ms here)
-            QCOMPARE(model.notice().value_or(QString()), row.notice);
-            QCOMPARE(refreshSpy.count(), row.refreshes);
-            QCOMPARE(readFile(tool + ".args"), row.tool < 0
-                                                   ? QByteArray("(missing)")
-                                                   : QByteArray("--user --no-block ") +
-                                                         (row.restart ? "restart" : "start") +
-                                                         " com.windmeric.harkline.service\n");
+            QCOMPARE(model.notice().value_or(QString()), notice);
+            QCOMPARE(refreshSpy.count(), refreshes);
+            QCOMPARE(readFile(tool + ".args"), exit < 0 ? QByteArray("(missing)")
+                                                        : QByteArray("--user --no-block ") +
+                                                              (restart ? "restart" : "start") +
+                                                              " com.windmeric.harkline.service\n");
         }
     }
 
@@ -273,13 +263,8 @@ private slots:
     void phoneActions()
     {
         const PairedDevice device(phone("dev-7", "Work\u202e phone\u009c"));
-        struct Row
-        {
-            bool revoke;
-            Json reply; // to the revoke, or to the status after the test
-            const char* notice;
-        };
-        for (const Row& row :
+        using Row = std::tuple<bool, Json, const char*>; // the reply: to the revoke, or the status
+        for (const auto& [revoke, reply, notice] :
              {Row{true, Json{{"ok", true}}, "Removed \u2068Work phone\uFFFD\u2069."},
               Row{true, Json{{"ok", false}}, "Could not remove \u2068Work phone\uFFFD\u2069."},
               Row{false, running, "Test notification sent to 2 phones."},
@@ -287,13 +272,15 @@ private slots:
                   "Sent, but no phone is connected right now."}}) {
             Rig r;
             r.desktop.visible = true;
-            r.daemon.set([&](ScriptedDaemon& d) { (row.revoke ? d.other : d.status) = row.reply; });
+            r.daemon.set([revoke = revoke, reply = reply](ScriptedDaemon& d) {
+                (revoke ? d.other : d.status) = reply;
+            });
             QSignalSpy refreshes(&r.model, &AppModel::refreshStarted);
-            row.revoke ? r.model.revoke(device) : r.model.sendTest();
+            revoke ? r.model.revoke(device) : r.model.sendTest();
             QVERIFY(settle(r.model));
-            QCOMPARE(r.model.notice(), text(row.notice));
-            QCOMPARE(refreshes.count(), int(row.revoke));
-            QVERIFY(!row.revoke || refreshes.first().first().toBool());
+            QCOMPARE(r.model.notice(), text(notice));
+            QCOMPARE(refreshes.count(), int(revoke));
+            QVERIFY(!revoke || refreshes.first().first().toBool());
         }
     }
 
@@ -552,13 +539,8 @@ private slots:
     void inert()
     {
         const QString fsi(QChar(0x2068)), pdi(QChar(0x2069)), bad(QChar(0xFFFD));
-        struct Row
-        {
-            const char* in;
-            QString one;
-            QString many;
-        };
-        for (const Row& row : {
+        using Row = std::tuple<const char*, QString, QString>; // in, as one line, as many
+        for (const auto& [in, one, many] : {
                  Row{"plain", "plain", "plain"},
                  // Qt's alternative-text separator, other C1, C0 and DEL: visible marks.
                  Row{"x\u009cApproved", "x" + bad + "Approved", "x" + bad + "Approved"},
@@ -569,8 +551,8 @@ private slots:
                  // Overrides, embeddings and isolates cannot leak out.
                  Row{"ab\u202e:8080\u2069\u202a\u2066x", "ab:8080x", "ab:8080x"},
              }) {
-            QCOMPARE(inertText(std::string_view(row.in), TextLines::One), row.one);
-            QCOMPARE(inertText(std::string_view(row.in), TextLines::Many), row.many);
+            QCOMPARE(inertText(std::string_view(in), TextLines::One), one);
+            QCOMPARE(inertText(std::string_view(in), TextLines::Many), many);
         }
         QCOMPARE(daemonText("Pixel"), fsi + "Pixel" + pdi);
         QCOMPARE(daemonText(""), QString());
@@ -580,19 +562,15 @@ private slots:
     {
         // A Tuesday in November, far from daylight-saving changes in any zone.
         const DaemonTime textsNow = DaemonTime(std::chrono::seconds(1'700'000'000));
-        struct Row
-        {
-            double offset; // seconds, negative for the past
-            const char* en;
-        };
-        for (const Row& row :
+        using Row = std::pair<double, const char*>; // seconds from now, negative for the past
+        for (const auto& [offset, en] :
              {Row{0.0, "now"}, Row{-0.9, "now"}, Row{0.4, "now"}, // daemon clock a little ahead
               Row{-59.9, "59 sec. ago"}, Row{-300.0, "5 min. ago"}, Row{-5400.0, "1 hr. ago"},
               Row{-3 * 86400.0, "3 days ago"}, Row{-13 * 86400.0, "1 wk. ago"},
               Row{-45 * 86400.0, "1 mo. ago"}, Row{-400 * 86400.0, "1 yr. ago"},
               Row{3600.0, "in 1 hr."}}) {
-            const DaemonTime when = textsNow + std::chrono::duration<double>(row.offset);
-            QCOMPARE(relativeTimePhrase(when, textsNow, "en_US"), QString(row.en));
+            const DaemonTime when = textsNow + std::chrono::duration<double>(offset);
+            QCOMPARE(relativeTimePhrase(when, textsNow, "en_US"), QString(en));
         }
         // The interface is English: a German locale keeps only its region's way of writing it.
         // Without a locale, the environment's: main() sets LC_ALL before ICU reads it.

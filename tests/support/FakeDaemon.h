@@ -13,8 +13,7 @@
 
 namespace harkline::test {
 
-// A scriptable stand-in for the daemon: a Unix socket server on its own threads, one handler
-// call per connection, deciding from the request line what the connection does.
+// A stand-in for the daemon on its own threads: a handler scripts each connection from its request.
 class FakeDaemon
 {
 public:

@@ -61,8 +61,7 @@ qint64 msAgo(seconds ago)
     return duration_cast<milliseconds>((system_clock::now() - ago).time_since_epoch()).count();
 }
 
-// Reads the half-block code out of the output, one module per character across and two per
-// line down, and draws it at 4 px per module with a margin for zbarimg.
+// The half-block code in the output (a module per character across, two per line down), decoded.
 QByteArray decodeTerminalQr(const QString& out)
 {
     const QString colours = QStringLiteral("\x1b[38;5;16;48;5;231m");

@@ -1,6 +1,5 @@
-// The Companion, panel open, against a daemon that misbehaves one way at a time: the main thread
-// keeps turning, and the panel says what is true during and one refresh after the fault. Other
-// malformed replies, and the descriptors an exchange leaves: tst_daemon.
+// The Companion, panel open, against a daemon misbehaving one way at a time: the main thread keeps
+// turning, the panel says what is true during and one refresh after the fault. More: tst_daemon.
 
 #include "Companion.h"
 #include "DaemonClient.h"

@@ -1,6 +1,5 @@
-// The panel and its views, for what pictures cannot show: where the panel opens and when it
-// closes, long content within the screen and scrolled, what keys, clicks and actions do, the
-// phones' confirmation in place, the sessions unfolding by id, the pairing countdown and expiry.
+// The panel and its views, for what pictures cannot show: placement and closing, long content,
+// keys, clicks and actions, the phones' confirmation, sessions unfolding, the pairing countdown.
 
 #include "Access.h"
 #include "ActionsMenu.h"

@@ -1,6 +1,5 @@
-// The program on Xvfb with a private session bus and our own tray host: its item registers
-// also with a host that comes late, its icon follows the daemon, Activate or a second start
-// opens the panel.
+// The program with our own tray host: its item registers also with a host that comes late, its
+// icon follows the daemon, Activate or a second start opens the panel.
 
 #include "Looks.h"
 #include "ModelKit.h"
