@@ -104,7 +104,6 @@ private slots:
         expectNotRunning();
     }
 
-    // Every command's request reaches the demo daemon in tst_tools; here what it cannot tell.
     void testNotificationRequest()
     {
         FakeDaemon fake(DaemonClient::socketPath());

@@ -108,7 +108,6 @@ void compare(const QString& name, const QString& text, const QImage& shown)
             .arg(golden, sameText ? "same" : "differs", samePicture ? "same" : "differs", actual)));
 }
 
-// The same for a widget's picture and accessible tree.
 void compare(const QString& name, QWidget& widget)
 {
     compare(name, line(QAccessible::queryAccessibleInterface(&widget), 0), widget.grab().toImage());

@@ -109,12 +109,13 @@ private slots:
         TestHome home;
         ScriptedDaemon daemon;
 
-        { // a host there before the companion
+        { // a host there before the companion; the first launch opens at login from then on
             SniWatcher early;
             QVERIFY(early.publish());
             QProcess first;
             startCompanion(first);
             QVERIFY(QTest::qWaitFor([&] { return !early.registered().isEmpty(); }, 10000));
+            QVERIFY(QFile::exists(home.path() + "/.config/autostart/harkline-menubar.desktop"));
             first.terminate();
             QVERIFY(first.waitForFinished(5000));
         }
