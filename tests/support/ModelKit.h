@@ -179,7 +179,6 @@ struct UiFixture
     TestHome home;
     ScriptedDaemon daemon;
     FakeDesktop desktop;
-    std::shared_ptr<CountingServiceManager> service = desktop.service;
     std::unique_ptr<AppModel> model;
 
     UiFixture()

@@ -4,6 +4,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include <stdexcept>
+
 namespace harkline::test {
 
 // A file's bytes, or "(missing)" when it cannot be read.
@@ -20,7 +22,8 @@ class TestHome
 public:
     TestHome() : oldHome_(qgetenv("HOME"))
     {
-        const QString home = dir_.path();
+        const QString home =
+            dir_.isValid() ? dir_.path() : throw std::runtime_error("no test home");
         qputenv("HOME", home.toUtf8());
         qputenv("XDG_CONFIG_HOME", (home + "/.config").toUtf8());
         qputenv("XDG_STATE_HOME", (home + "/.local/state").toUtf8());

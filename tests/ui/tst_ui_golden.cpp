@@ -181,7 +181,7 @@ private slots:
         QTest::newRow("not-running") << Setup([](UiFixture& f, ui::MenuView&) {
             f.daemon.set([](ScriptedDaemon& d) { d.running = false; });
             QVERIFY(f.refresh());
-            f.service->succeeds = false;
+            f.desktop.service->succeeds = false;
             f.model->startService(false);
             QVERIFY(QTest::qWaitFor([&] { return f.model->notice().has_value(); }, 8000));
         }) << fusion;

@@ -321,16 +321,16 @@ private slots:
         menu->restartAction()->trigger();
         QVERIFY(!p.view.noticeLine()->isVisible());
         QVERIFY(settle(*p.f.model));
-        QCOMPARE(p.f.service->restarts.load(), 1);
+        QCOMPARE(p.f.desktop.service->restarts.load(), 1);
         menu->openLogAction()->trigger();
         QCOMPARE(p.f.desktop.fileOpener->opened.size(), 1);
 
         NotRunningView* nr = p.view.notRunningView();
-        p.f.service->succeeds = false;
+        p.f.desktop.service->succeeds = false;
         p.f.model->startService(false);
         QVERIFY(QTest::qWaitFor([&] { return p.f.model->notice().has_value(); }, 8000));
         QVERIFY(settle(*p.f.model));
-        const int runs = p.f.service->runs;
+        const int runs = p.f.desktop.service->runs;
 
         // Return presses the focused button, else "Start Service", whose notice goes at once.
         QApplication::setActiveWindow(&p.view);
@@ -341,14 +341,14 @@ private slots:
         QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, QString(), true);
         QApplication::sendEvent(nr->openLogButton(), &held); // a held key repeats nothing
         QCOMPARE(p.f.desktop.fileOpener->opened.size(), 2);
-        QCOMPARE(p.f.service->runs, runs);
+        QCOMPARE(p.f.desktop.service->runs, runs);
         QStringList notices;
         connect(p.f.model.get(), &AppModel::noticeChanged, this,
                 [&] { notices << p.f.model->notice().value_or("(none)"); });
         QTest::keyClick(&p.view, Qt::Key_Return);
         QVERIFY(!notices.isEmpty());
         QCOMPARE(notices.first(), QString("(none)"));
-        QVERIFY(QTest::qWaitFor([&] { return p.f.service->runs == runs + 1; }));
+        QVERIFY(QTest::qWaitFor([&] { return p.f.desktop.service->runs == runs + 1; }));
         QCOMPARE(p.f.desktop.fileOpener->opened.size(), 2);
     }
 
